@@ -1,0 +1,31 @@
+# Entry points for a fresh Debian 12 machine; each one installs what it needs.
+#   make test    set up, build, run every test
+#   make demo    set up, build, run the tools on the bundled examples
+#   make bench   set up (with the peers), build in Release, run the benchmarks
+JOBS ?= $(shell nproc)
+CMAKE_ARGS ?=
+
+.PHONY: all setup build test demo bench install clean
+all: build
+
+setup:
+	@scripts/setup.sh
+
+build: setup
+	cmake --preset default $(CMAKE_ARGS)
+	cmake --build --preset default -j $(JOBS)
+
+test: build
+	ctest --preset default -j $(JOBS)
+
+demo: build
+	@scripts/demo.sh build/default
+
+bench:
+	@scripts/setup.sh bench
+	cmake --preset bench $(CMAKE_ARGS)
+	cmake --build --preset bench -j $(JOBS)
+	@scripts/bench.sh build/bench
+
+clean:
+	rm -rf build

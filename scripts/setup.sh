@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that the build needs, skipping those already
+# present. Runs as root, or through sudo when that is available.
+#
+#   scripts/setup.sh            packages for building and testing
+#   scripts/setup.sh bench      ... plus the peers that bench/ measures against
+#   scripts/setup.sh fuzz       ... plus clang and libFuzzer
+set -euo pipefail
+
+packages=(cmake make g++ pkg-config libfmt-dev libre2-dev libgtest-dev libgmock-dev
+          googletest libbenchmark-dev)
+for extra in "$@"; do
+  case "$extra" in
+    bench) packages+=(libcurl4-openssl-dev libglib2.0-dev libspdlog-dev nlohmann-json3-dev
+                      rapidjson-dev libgumbo-dev nodejs npm python3 findutils) ;;
+    fuzz) packages+=(clang-14 libclang-rt-14-dev llvm-14) ;;
+    valgrind) packages+=(valgrind) ;;
+    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind)" >&2; exit 2 ;;
+  esac
+done
+
+missing=()
+for p in "${packages[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
+  [[ "$status" == "install ok installed" ]] || missing+=("$p")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+sudo=()
+if [[ $(id -u) -ne 0 ]]; then
+  command -v sudo >/dev/null || { echo "setup.sh: need root to install: ${missing[*]}" >&2; exit 1; }
+  sudo=(sudo)
+fi
+echo "setup.sh: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,124 @@
+#include <tvbase/text/replace_engine.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace replace_engine {
+namespace {
+
+// Edits per block of the index. Large enough that the block directory stays
+// small, small enough that an insertion's move within a block stays cheap.
+constexpr std::size_t kBlockSplit = 512;
+constexpr std::size_t kMaxUnits = std::numeric_limits<std::uint32_t>::max();
+
+}  // namespace
+
+template <typename Char>
+bool engine<Char>::replace(view what, view with) {
+  // Addresses are compared as integers: a view into another object is a
+  // normal input here and must not make the comparison undefined.
+  const auto source_at = reinterpret_cast<std::uintptr_t>(source_.data());
+  const auto what_at = reinterpret_cast<std::uintptr_t>(what.data());
+  if (what_at < source_at || (what_at - source_at) % sizeof(Char) != 0) return false;
+  const std::size_t begin = (what_at - source_at) / sizeof(Char);
+  if (begin > source_.size() || what.size() > source_.size() - begin) return false;
+  if (what.size() > kMaxUnits || with.size() > kMaxUnits - text_pool_.size()) return false;
+  const std::size_t end = begin + what.size();
+
+  // Recorded spans are disjoint, so in index order their ends rise with their
+  // begins. The spans that end above `begin` are therefore a tail of the
+  // index, and its first span has the lowest begin of them all: the new span
+  // collides with something exactly when it collides with that one.
+  const auto ends_above = [begin](const replacement& r) { return r.position + r.length > begin; };
+  const auto block_it = std::partition_point(
+      blocks_.begin(), blocks_.end(), [&](const block& b) { return !ends_above(b.back()); });
+  if (block_it != blocks_.end()) {
+    const auto first = std::partition_point(block_it->begin(), block_it->end(),
+                                            [&](const replacement& r) { return !ends_above(r); });
+    if (first->position < end) return false;
+  }
+
+  const replacement added{begin, static_cast<std::uint32_t>(what.size()),
+                          static_cast<std::uint32_t>(text_pool_.size()),
+                          static_cast<std::uint32_t>(with.size())};
+  // After every recorded edit of equal position and length, so that the
+  // index order is that of a stable sort.
+  const auto after = [&](const replacement& r) {
+    return r.position < added.position || (r.position == added.position && r.length <= added.length);
+  };
+  if (blocks_.empty()) {
+    if (spare_.empty()) {
+      blocks_.emplace_back().reserve(kBlockSplit);
+    } else {
+      blocks_.push_back(std::move(spare_.back()));
+      spare_.pop_back();
+    }
+  }
+  auto target = std::partition_point(blocks_.begin(), blocks_.end(),
+                                     [&](const block& b) { return after(b.back()); });
+  if (target == blocks_.end()) target = std::prev(blocks_.end());
+  target->insert(std::partition_point(target->begin(), target->end(), after), added);
+  text_pool_.insert(text_pool_.end(), with.begin(), with.end());
+  ++size_;
+  if (target->size() >= 2 * kBlockSplit) split(static_cast<std::size_t>(target - blocks_.begin()));
+  return true;
+}
+
+template <typename Char>
+void engine<Char>::split(std::size_t index) {
+  block upper;
+  if (!spare_.empty()) {
+    upper = std::move(spare_.back());
+    spare_.pop_back();
+  }
+  block& lower = blocks_[index];
+  const auto middle = lower.begin() + static_cast<std::ptrdiff_t>(lower.size() / 2);
+  upper.assign(middle, lower.end());
+  lower.erase(middle, lower.end());
+  blocks_.insert(blocks_.begin() + static_cast<std::ptrdiff_t>(index) + 1, std::move(upper));
+}
+
+template <typename Char>
+void engine<Char>::clear() {
+  for (block& b : blocks_) {
+    b.clear();
+    spare_.push_back(std::move(b));
+  }
+  blocks_.clear();
+  text_pool_.clear();
+  size_ = 0;
+}
+
+template <typename Char>
+std::basic_string<Char> engine<Char>::apply() {
+  std::size_t total = source_.size();
+  for (const block& b : blocks_) {
+    for (const replacement& r : b) total = total + r.text_length - r.length;
+  }
+  std::basic_string<Char> result(total, Char{});
+  Char* out = result.data();
+  const Char* read = source_.data();
+  const Char* pool = text_pool_.data();
+  using traits = std::char_traits<Char>;
+  for (const block& b : blocks_) {
+    for (const replacement& r : b) {
+      const Char* at = source_.data() + r.position;
+      const auto kept = static_cast<std::size_t>(at - read);
+      traits::copy(out, read, kept);
+      out += kept;
+      traits::copy(out, pool + r.text_offset, r.text_length);
+      out += r.text_length;
+      read = at + r.length;
+    }
+  }
+  traits::copy(out, read, static_cast<std::size_t>(source_.data() + source_.size() - read));
+  clear();
+  return result;
+}
+
+template class engine<char>;
+template class engine<char8_t>;
+template class engine<wchar_t>;
+
+}  // namespace replace_engine
