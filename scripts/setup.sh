@@ -12,7 +12,9 @@ packages=(cmake make g++ pkg-config libfmt-dev libre2-dev libgtest-dev libgmock-
 for extra in "$@"; do
   case "$extra" in
     bench) packages+=(libcurl4-openssl-dev libglib2.0-dev libspdlog-dev nlohmann-json3-dev
-                      rapidjson-dev libgumbo-dev nodejs npm python3 findutils) ;;
+                      rapidjson-dev libgumbo-dev python3 findutils)
+           # node and npm may come from elsewhere than Debian; only add them when absent.
+           command -v npm >/dev/null || packages+=(nodejs npm) ;;
     fuzz) packages+=(clang-14 libclang-rt-14-dev llvm-14) ;;
     valgrind) packages+=(valgrind) ;;
     *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind)" >&2; exit 2 ;;
