@@ -11,6 +11,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <tvbase/platform/process.h>
+
 struct TvLogCfg {
   std::uint32_t version;
   char logFolder[260];   // put in front of the log file's name unchanged
@@ -39,5 +41,80 @@ static_assert(offsetof(TvLogCfg, debugEcho) == 4872);
 static_assert(offsetof(TvLogCfg, alignment) == 4873);
 static_assert(offsetof(TvLogCfg, crc) == 4876);
 static_assert(sizeof(TvLogCfg) == 4880);
+
+struct TvSharedData;
+struct TvLogSink;
+
+namespace trace {
+
+// The error code of SaveLogCfg for a string that doesn't fit its field.
+inline constexpr unsigned long kErrorTooLong = 160;
+
+// The values that fill a record. A null string counts as an empty one.
+struct log_cfg_fields {
+  const char* logFolder = "";
+  bool deleteOnClose = false;
+  bool debugEcho = false;
+  const char* programs = "";
+  const char* users = "";
+  const char* options = "";
+  bool filter0 = false;
+  bool filter1 = false;
+};
+
+// The name of the first string that is too long for its field, testing
+// logFolder (259 characters at most), programs (2,047), users (2,044) and
+// options (511) in that order; null if all fit.
+const char* TooLongField(const log_cfg_fields& fields) noexcept;
+
+// Fills `cfg` from `fields`: the strings with their zero, the flags, version
+// 1 and the CRC. Refuses, changing nothing, if a string is too long. Bytes
+// behind a string's zero are left as they were.
+[[nodiscard]] bool FillLogCfg(TvLogCfg& cfg, const log_cfg_fields& fields) noexcept;
+
+// Version 1 and a CRC that matches the bytes before it.
+[[nodiscard]] bool IsValidLogCfg(const TvLogCfg& cfg) noexcept;
+
+// Whether the `separator`-separated `list` holds `name` as a whole entry,
+// ignoring case (ASCII) and white space around entries. A null or empty name
+// is never found; "*" means nothing special here.
+[[nodiscard]] bool ListContains(const char* list, const char* name, char separator) noexcept;
+
+enum class shared_cfg_state { not_set, set, damaged };
+
+// Replaces the shared record under the blocking lock and marks it set; false,
+// changing nothing, if a string is too long. `waiting` is told of each failed
+// attempt to take the lock.
+bool SetSharedLogCfg(TvSharedData& shared, const log_cfg_fields& fields,
+                     void (*waiting)(unsigned attempts) = nullptr) noexcept;
+
+// Marks the shared record not set, under the blocking lock.
+void ClearSharedLogCfg(TvSharedData& shared, void (*waiting)(unsigned attempts) = nullptr) noexcept;
+
+// A copy of the shared record, taken under the blocking lock, and its state.
+shared_cfg_state ReadSharedLogCfg(TvSharedData& shared, TvLogCfg& out,
+                                  void (*waiting)(unsigned attempts) = nullptr) noexcept;
+
+// What the activation decision asks of the process. Tests give their own.
+struct activation_env {
+  const char* program_path;  // the executable's full path; null if unknown or too long
+  bool (*user_name)(char* out, std::size_t capacity);
+  unsigned long process_id;
+  platform::local_time (*now)();
+};
+
+// The environment of this process.
+activation_env ProcessActivationEnv(char (&path)[260]) noexcept;
+
+// Decides, once per process at load, whether the process traces, and fills
+// the sink's options and log file name. Every "no" is silent. On Linux the
+// program's file name follows the last '/', "TvLog.cfg" is looked for in the
+// program's folder, and a program called "LogTune" or "LogTune.exe" (in any
+// case) never traces. A valid shared record that is set and not locked wins
+// over the file; a damaged one is cleared.
+[[nodiscard]] bool DecideActivation(TvLogSink& sink, TvSharedData& shared,
+                                    const activation_env& env) noexcept;
+
+}  // namespace trace
 
 #endif  // TVBASE_TRACE_LOG_CFG_H
