@@ -24,3 +24,22 @@ show "$tvbase" urlencode --code-page 28591 "price: 5 €"
 section "UTF-8 shape check"
 show "$tvbase" utf8check examples/text/valid-utf8.txt
 show "$tvbase" utf8check examples/text/broken-utf8.txt
+
+section "Call tracing"
+logtune="$build/tools/logtune/logtune"
+app="$build/examples/traced_app/traced_app"
+cfg="$(dirname "$app")/TvLog.cfg"
+logs=$(mktemp -d)
+show "$logtune" save "$cfg" --folder "$logs/" --programs "traced_app" --users "*" \
+  --filter0 --filter1
+show "$logtune" show "$cfg"
+show "$app"
+for log in "$logs"/*.log; do
+  [[ -e "$log" ]] || continue
+  printf '\n$ cat "%s"  (lines end in CR LF)\n' "$log"
+  tr -d '\r' < "$log"
+done
+rm -f "$cfg"
+rm -rf "$logs"
+printf '\nWithout TvLog.cfg (and with the shared record not set) the same program writes no log:\n'
+show "$app"
