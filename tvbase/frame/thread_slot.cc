@@ -17,7 +17,10 @@ void free_state(void* value) {
 }
 
 // Runs when a thread ends, with the thread's value already set back to null.
-void on_thread_end(void* value) { free_state(value); }
+void on_thread_end(void* value) {
+  frame::cached_thread_state() = nullptr;
+  free_state(value);
+}
 
 }  // namespace
 
@@ -28,6 +31,7 @@ void build_thread_slot() noexcept {
 }
 
 void take_down_thread_slot() noexcept {
+  cached_thread_state() = nullptr;
   if (g_slot == platform::kNoThreadSlot) return;
   platform::thread_slot_free(g_slot);
   g_slot = platform::kNoThreadSlot;
@@ -35,11 +39,13 @@ void take_down_thread_slot() noexcept {
 
 bool thread_slot_valid() noexcept { return g_slot != platform::kNoThreadSlot; }
 
-TvLogThreadState* thread_state() noexcept {
+TvLogThreadState* find_thread_state() noexcept {
   if (g_slot == platform::kNoThreadSlot) return nullptr;
   void* value = platform::thread_slot_get(g_slot);
   if (value != nullptr) {
-    return value == kNoThreadState ? nullptr : static_cast<TvLogThreadState*>(value);
+    if (value == kNoThreadState) return nullptr;
+    cached_thread_state() = static_cast<TvLogThreadState*>(value);
+    return cached_thread_state();
   }
   auto* state = static_cast<TvLogThreadState*>(std::calloc(1, sizeof(TvLogThreadState)));
   if (state == nullptr) {
@@ -49,16 +55,19 @@ TvLogThreadState* thread_state() noexcept {
   state->parmCount = -1;
   g_live_states.fetch_add(1, std::memory_order_relaxed);
   platform::thread_slot_set(g_slot, state);
+  cached_thread_state() = state;
   return state;
 }
 
 void release_thread_state() noexcept {
+  cached_thread_state() = nullptr;
   if (g_slot == platform::kNoThreadSlot) return;
   free_state(platform::thread_slot_get(g_slot));
   platform::thread_slot_set(g_slot, nullptr);
 }
 
 void set_thread_slot_value(void* value) noexcept {
+  cached_thread_state() = nullptr;
   if (g_slot != platform::kNoThreadSlot) platform::thread_slot_set(g_slot, value);
 }
 

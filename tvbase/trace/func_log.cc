@@ -18,7 +18,8 @@ namespace {
 constexpr std::uint32_t kMaxLine = TvLogThreadState::kLineSize - 1;
 constexpr std::uint32_t kNoContext = 0xABCD9876;
 
-std::uint32_t current_context() {
+// Off the fast path: only with the option "ActivationContext".
+[[gnu::cold, gnu::noinline]] std::uint32_t current_context() {
   std::uint32_t context = 0;
   return platform::current_activation_context(context) ? context : kNoContext;
 }
@@ -101,6 +102,12 @@ void append_head(TvLogThreadState& s, int indent_depth, const char* name) {
   s.line[s.length] = 0;
 }
 
+bool enabled(const TvLogThreadState* state, std::uint8_t filter) {
+  if (state == nullptr) return false;
+  const TvLogSink& sink = trace::log_sink();
+  return sink.file >= 0 && sink.enabled[filter == TvFuncLog::eLogFilter1 ? 1 : 0];
+}
+
 }  // namespace
 
 TvFuncLog& TvFuncLog::operator=(const TvFuncLog& other) noexcept {
@@ -111,20 +118,26 @@ TvFuncLog& TvFuncLog::operator=(const TvFuncLog& other) noexcept {
   return *this;
 }
 
-void TvFuncLog::EnterFunc(const char* name) noexcept { EnterFunc(name, eLogFilter0); }
+bool TvFuncLog::EnterFunc(const char* name) noexcept { return Enter(name, eLogFilter0); }
 
-void TvFuncLog::EnterFunc(const char* name, eLogFilter filter) noexcept {
+bool TvFuncLog::EnterFunc(const char* name, eLogFilter filter) noexcept {
+  return Enter(name, filter);
+}
+
+inline bool TvFuncLog::Enter(const char* name, std::uint8_t filter) noexcept {
   state_ = frame::thread_state();
-  if (state_ == nullptr) return;
+  if (state_ == nullptr) return false;
   name_ = name;
   filter_ = filter;
-  if (trace::log_sink().actCtx) actCtx_ = current_context();
+  const TvLogSink& sink = trace::log_sink();
+  if (sink.actCtx) actCtx_ = current_context();
   ++state_->depth;
+  return sink.file >= 0 && sink.enabled[filter == eLogFilter1 ? 1 : 0];
 }
 
 void TvFuncLog::ExitFunc() noexcept {
   if (state_ == nullptr) return;
-  if (IsEnabled()) {
+  if (enabled(state_, filter_)) {
     const std::uint32_t kept = actCtx_;
     if (trace::log_sink().actCtx) actCtx_ = current_context();
     WriteLogStart();
@@ -135,11 +148,7 @@ void TvFuncLog::ExitFunc() noexcept {
   --state_->depth;
 }
 
-bool TvFuncLog::IsEnabled() const noexcept {
-  if (state_ == nullptr) return false;
-  const TvLogSink& sink = trace::log_sink();
-  return sink.file >= 0 && sink.enabled[filter_ == eLogFilter1 ? 1 : 0];
-}
+bool TvFuncLog::IsEnabled() const noexcept { return enabled(state_, filter_); }
 
 void TvFuncLog::LogFuncAndParm() noexcept {
   WriteLogStartFunc();

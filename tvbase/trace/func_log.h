@@ -50,12 +50,10 @@ class TVBASE_EXPORT TvFuncLog {
   // Starts the scope at filter class 0 and writes an enter line without
   // parameters if the class is enabled.
   explicit TvFuncLog(const char* name) noexcept {
-    EnterFunc(name);
-    if (IsEnabled()) LogFuncAndParm();
+    if (EnterFunc(name)) LogFuncAndParm();
   }
   TvFuncLog(const char* name, eLogFilter filter) noexcept {
-    EnterFunc(name, filter);
-    if (IsEnabled()) LogFuncAndParm();
+    if (EnterFunc(name, filter)) LogFuncAndParm();
   }
   // Starts the scope and, if the class is enabled, writes an enter line with
   // each argument streamed in through `log << argument`, the typed
@@ -63,8 +61,7 @@ class TVBASE_EXPORT TvFuncLog {
   template <typename... Args>
     requires(sizeof...(Args) > 0)
   TvFuncLog(const char* name, eLogFilter filter, const Args&... args) noexcept {
-    EnterFunc(name, filter);
-    if (IsEnabled()) {
+    if (EnterFunc(name, filter)) {
       WriteLogStartFunc();
       (static_cast<void>(*this << args), ...);
       WriteLogEnd();
@@ -123,14 +120,17 @@ class TVBASE_EXPORT TvFuncLog {
   static bool ClearSharedLogCfg() noexcept;
 
  private:
-  // Exported all the same: the inline code above calls them.
-  void EnterFunc(const char* name) noexcept;
-  void EnterFunc(const char* name, eLogFilter filter) noexcept;
+  // Exported all the same: the inline code above calls them. EnterFunc
+  // gives IsEnabled() of the scope it started, which saves the inline code
+  // a call.
+  bool EnterFunc(const char* name) noexcept;
+  bool EnterFunc(const char* name, eLogFilter filter) noexcept;
   void ExitFunc() noexcept;
   void WriteLogStart() const noexcept;
   const TvFuncLog& WriteLogStartFunc() const noexcept;
   void WriteLogEnd() const noexcept;
   void WriteAppendParmSep() const noexcept;
+  bool Enter(const char* name, std::uint8_t filter) noexcept;
 
   TvLogThreadState* state_ = nullptr;
   const char* name_ = nullptr;

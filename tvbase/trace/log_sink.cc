@@ -9,9 +9,10 @@ namespace {
 // Constant-initialised, and trivially destroyed: threads may still write
 // while the program's static objects go away.
 TvLogSink g_process_sink;
-TvLogSink* g_sink = &g_process_sink;
 
 }  // namespace
+
+TvLogSink* trace::g_active_sink = &g_process_sink;
 
 void TvLogSink::Build(TvSharedData& shared, const trace::activation_env& env) noexcept {
   *this = TvLogSink{};
@@ -35,8 +36,6 @@ void TvLogSink::Write(const char* line, std::size_t length) const noexcept {
 
 namespace trace {
 
-TvLogSink& log_sink() noexcept { return *g_sink; }
-
 void build_process_sink() noexcept {
   char path[260];
   g_process_sink.Build(*TvGetSharedData(), ProcessActivationEnv(path));
@@ -45,8 +44,8 @@ void build_process_sink() noexcept {
 void take_down_process_sink() noexcept { g_process_sink.TakeDown(); }
 
 TvLogSink* use_sink(TvLogSink* sink) noexcept {
-  TvLogSink* before = g_sink;
-  g_sink = sink != nullptr ? sink : &g_process_sink;
+  TvLogSink* before = g_active_sink;
+  g_active_sink = sink != nullptr ? sink : &g_process_sink;
   return before;
 }
 

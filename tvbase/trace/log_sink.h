@@ -38,7 +38,9 @@ struct TvLogSink {
 namespace trace {
 
 // The sink in use: the process's own, or the one a test put in its place.
-TvLogSink& log_sink() noexcept;
+// Read on every traced call, so it is inline.
+extern TvLogSink* g_active_sink;
+inline TvLogSink& log_sink() noexcept { return *g_active_sink; }
 
 // Load and unload of the process's own sink.
 void build_process_sink() noexcept;
