@@ -2,9 +2,6 @@
 // join this test process's own shared block.
 #include <csignal>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -23,31 +20,12 @@ using trace_test::temp_dir;
 
 struct outcome {
   int status = -1;  // exit status, or 128 + signal
-  std::string out;  // standard output
+  std::string out;  // standard output, without its last line feed
 };
 
 outcome run(const std::vector<std::string>& words) {
-  int pipe_ends[2];
-  if (::pipe(pipe_ends) != 0) return {};
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::dup2(pipe_ends[1], 1);
-    ::close(pipe_ends[0]);
-    ::close(pipe_ends[1]);
-    std::vector<char*> argv;
-    for (const std::string& w : words) argv.push_back(const_cast<char*>(w.c_str()));
-    argv.push_back(nullptr);
-    ::execv(argv[0], argv.data());
-    ::_exit(127);
-  }
-  ::close(pipe_ends[1]);
-  outcome result;
-  char buffer[4096];
-  for (ssize_t n; (n = ::read(pipe_ends[0], buffer, sizeof buffer)) > 0;) result.out.append(buffer, n);
-  ::close(pipe_ends[0]);
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  trace_test::child c(words);
+  outcome result{c.finish(), c.out()};
   if (!result.out.empty() && result.out.back() == '\n') result.out.pop_back();
   return result;
 }

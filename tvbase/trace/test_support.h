@@ -1,8 +1,13 @@
 #ifndef TVBASE_TRACE_TEST_SUPPORT_H
 #define TVBASE_TRACE_TEST_SUPPORT_H
 
-// Helpers shared by the trace's tests: real temporary folders and files.
+// Helpers shared by the trace's tests: real temporary folders and files, and
+// programs started as processes of their own.
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -66,6 +71,67 @@ inline std::vector<std::string> split_lines(const std::string& text, const std::
   }
   return lines;
 }
+
+// A started program with its standard output and error.
+class child {
+ public:
+  explicit child(std::vector<std::string> words) {
+    int out[2], err[2];
+    if (::pipe(out) != 0 || ::pipe(err) != 0) return;
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::dup2(out[1], 1);
+      ::dup2(err[1], 2);
+      for (int fd : {out[0], out[1], err[0], err[1]}) ::close(fd);
+      std::vector<char*> argv;
+      for (std::string& w : words) argv.push_back(w.data());
+      argv.push_back(nullptr);
+      ::execv(argv[0], argv.data());
+      ::_exit(127);
+    }
+    ::close(out[1]);
+    ::close(err[1]);
+    out_ = out[0];
+    err_ = err[0];
+  }
+  ~child() { finish(); }
+
+  // Reads standard error until it holds `text` or ends; true if found.
+  bool wait_for_stderr(const std::string& text) {
+    char buffer[512];
+    while (err_text_.find(text) == std::string::npos) {
+      const ssize_t n = ::read(err_, buffer, sizeof buffer);
+      if (n <= 0) return false;
+      err_text_.append(buffer, static_cast<std::size_t>(n));
+    }
+    return true;
+  }
+
+  // Waits for the end; gives the exit status.
+  int finish() {
+    if (pid_ <= 0) return status_;
+    drain(out_, out_text_);
+    drain(err_, err_text_);
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    pid_ = 0;
+    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return status_;
+  }
+  const std::string& out() const { return out_text_; }
+  const std::string& err() const { return err_text_; }
+
+ private:
+  static void drain(int& fd, std::string& text) {
+    char buffer[4096];
+    for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;) text.append(buffer, n);
+    ::close(fd);
+    fd = -1;
+  }
+  pid_t pid_ = -1;
+  int out_ = -1, err_ = -1, status_ = -1;
+  std::string out_text_, err_text_;
+};
 
 }  // namespace trace_test
 
