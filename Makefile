@@ -4,6 +4,7 @@
 #   make bench   set up (with the peers), build in Release, run the benchmarks
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
+MAKEFLAGS += --no-print-directory
 
 .PHONY: all setup build test demo bench install clean
 all: build

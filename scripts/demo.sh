@@ -3,24 +3,36 @@
 # of the library does. Argument: the build folder.
 set -uo pipefail
 build=${1:-build/default}
-tvbase="$build/tools/tvbase/tvbase"
 cd "$(dirname "$0")/.."
+export PATH="$PWD/$build/tools/tvbase:$PATH"
 
+# Prints the command as one would type it, then runs it. With INPUT set, the
+# command reads that file on standard input.
 show() {
-  printf '\n$ %s\n' "$*"
-  "$@"
-  local status=$?
+  local shown=() word
+  for word in "$@"; do
+    if [[ "$word" =~ ^[A-Za-z0-9_./=:+-]+$ ]]; then shown+=("$word"); else shown+=("'${word//\'/\'\\\'\'}'"); fi
+  done
+  local status
+  if [[ -n "${INPUT:-}" ]]; then
+    printf '\n$ %s < %s\n' "${shown[*]}" "$INPUT"
+    "$@" < "$INPUT"
+  else
+    printf '\n$ %s\n' "${shown[*]}"
+    "$@"
+  fi
+  status=$?
   [[ $status -eq 0 ]] || printf '(exit status %d)\n' "$status"
 }
 section() { printf '\n=== %s\n' "$1"; }
 
 section "URL encoding"
-show "$tvbase" urlencode "a b&c=d/e?f ~x"
-show "$tvbase" urlencode - < examples/text/query.txt
-show "$tvbase" urlencode --code-page 28591 - < examples/text/query.txt
-show "$tvbase" urlencode --code-page 1252 "price: 5 €"
-show "$tvbase" urlencode --code-page 28591 "price: 5 €"
+show tvbase urlencode "a b&c=d/e?f ~x"
+INPUT=examples/text/query.txt show tvbase urlencode -
+INPUT=examples/text/query.txt show tvbase urlencode --code-page 28591 -
+show tvbase urlencode --code-page 1252 "price: 5 €"
+show tvbase urlencode --code-page 28591 "price: 5 €"
 
 section "UTF-8 shape check"
-show "$tvbase" utf8check examples/text/valid-utf8.txt
-show "$tvbase" utf8check examples/text/broken-utf8.txt
+show tvbase utf8check examples/text/valid-utf8.txt
+show tvbase utf8check examples/text/broken-utf8.txt

@@ -1,27 +1,12 @@
 #include <tvbase/text/string_stash.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-// Counts every allocation of this test program, to show where the stash
-// allocates and where it does not.
-namespace {
-std::atomic<long> allocations{0};
-}
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+#include <tvbase/testing/allocation_counter.h>
 
 namespace base {
 
@@ -163,11 +148,11 @@ TEST(StringStash, WidePagesCountCharacters) {
 TEST(StringStash, StoreThatFindsRoomDoesNotAllocate) {
   basic_string_stash<char> stash;
   stash.store("first");  // makes the page
-  const long before = allocations.load();
+  const long before = testing_support::allocations();
   for (int i = 0; i < 50; ++i) stash.store("another");
-  EXPECT_EQ(allocations.load(), before);
+  EXPECT_EQ(testing_support::allocations(), before);
   stash.store(std::string(600, 'z'));  // needs a page: the count moves
-  EXPECT_GT(allocations.load(), before);
+  EXPECT_GT(testing_support::allocations(), before);
 }
 
 TEST(StringStash, ViewsNeverMove) {
