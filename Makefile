@@ -2,11 +2,12 @@
 #   make test    set up, build, run every test
 #   make demo    set up, build, run the tools on the bundled examples
 #   make bench   set up (with the peers), build in Release, run the benchmarks
+#   make fuzz    set up clang, build the fuzz targets, run each FUZZ_SECONDS
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 MAKEFLAGS += --no-print-directory
 
-.PHONY: all setup build test demo bench install clean
+.PHONY: all setup build test demo bench fuzz clean
 all: build
 
 setup:
@@ -27,6 +28,14 @@ bench:
 	cmake --preset bench $(CMAKE_ARGS)
 	cmake --build --preset bench -j $(JOBS)
 	@scripts/bench.sh build/bench
+
+# Runs every fuzz target for FUZZ_SECONDS each (default 60).
+FUZZ_SECONDS ?= 60
+fuzz:
+	@scripts/setup.sh fuzz
+	cmake --preset fuzz $(CMAKE_ARGS)
+	cmake --build --preset fuzz -j $(JOBS)
+	@scripts/fuzz.sh build/fuzz $(FUZZ_SECONDS)
 
 clean:
 	rm -rf build
