@@ -9,41 +9,11 @@
 #include <vector>
 
 #include <tvbase/text/replace_engine.h>
+#include <tvbase/text/replace_engine_model.h>
 
 namespace {
 
-struct edit {
-  std::size_t at, length;
-  std::string with;
-};
-
-struct naive {
-  std::string source;
-  std::vector<edit> edits;
-
-  bool replace(std::size_t at, std::size_t length, std::string with) {
-    if (at > source.size() || length > source.size() - at) return false;
-    for (const edit& e : edits) {
-      if (at + length > e.at && at < e.at + e.length) return false;
-    }
-    edits.push_back({at, length, std::move(with)});
-    return true;
-  }
-  std::string apply() {
-    std::stable_sort(edits.begin(), edits.end(), [](const edit& a, const edit& b) {
-      return a.at < b.at || (a.at == b.at && a.length < b.length);
-    });
-    std::string out;
-    std::size_t read = 0;
-    for (const edit& e : edits) {
-      out += source.substr(read, e.at - read) + e.with;
-      read = e.at + e.length;
-    }
-    out += source.substr(read);
-    edits.clear();
-    return out;
-  }
-};
+using replace_engine::model::naive_engine;
 
 struct reader {
   const std::uint8_t* data;
@@ -63,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // it are accepted by the engine.
   std::string source(in.next() % 64, 'a');
   for (char& c : source) c = static_cast<char>('a' + in.next() % 26);
-  naive model{source, {}};
+  naive_engine model{source, {}};
   replace_engine::engine<char> engine{source};
   std::vector<std::string> results;  // texts that reset() may bind to
   while (in.size > 0) {
@@ -76,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       const std::string_view& bound = source;
       const bool got = inside ? engine.replace(std::string_view(bound.data() + at, length), with)
                               : engine.replace(std::string_view(with), "x");  // a foreign view
-      const bool expected = model.replace(at, length, with);
+      const bool expected = model.replace({at, length, with});
       if (got != expected) std::abort();
     } else if (op == 5) {
       if (engine.apply() != model.apply()) std::abort();
