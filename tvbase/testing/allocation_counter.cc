@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace {
@@ -22,6 +23,13 @@ void* allocate_or_throw(std::size_t size) {
 
 namespace testing_support {
 long allocations() { return counter.load(std::memory_order_relaxed); }
+
+bool allocations_counted() {
+  // valgrind preloads its own operator new, which takes most calls away
+  // from the one above.
+  const char* preload = std::getenv("LD_PRELOAD");
+  return preload == nullptr || std::strstr(preload, "vgpreload") == nullptr;
+}
 }  // namespace testing_support
 
 // All plain forms go to malloc and free, so that allocation and release always

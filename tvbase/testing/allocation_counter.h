@@ -5,6 +5,7 @@
 // versions that count allocations, so that a test can show where code
 // allocates and where it does not:
 //
+//   if (!testing_support::allocations_counted()) GTEST_SKIP() << "...";
 //   const long before = testing_support::allocations();
 //   stash.store("x");
 //   EXPECT_EQ(testing_support::allocations(), before);
@@ -13,6 +14,10 @@ namespace testing_support {
 
 // Allocations through any form of operator new so far, on all threads.
 long allocations();
+
+// False where the counting operator new is itself replaced, as valgrind does;
+// tests that count then skip.
+bool allocations_counted();
 
 }  // namespace testing_support
 
