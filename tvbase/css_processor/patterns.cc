@@ -1,6 +1,7 @@
 #include "patterns.h"
 
 #include <array>
+#include <cstring>
 
 namespace css_processor {
 namespace {
@@ -196,19 +197,27 @@ std::optional<definition> match_definition(std::string_view piece) {
 bool is_blank(std::string_view piece) { return skip_space(piece, 0) == piece.size(); }
 
 std::optional<reference> find_reference(std::string_view text, std::size_t from) {
-  for (std::size_t pos = from;;) {
-    const std::size_t start = text.find("var(", pos);
-    if (start == npos) return std::nullopt;
+  const char* const data = text.data();
+  const std::size_t size = text.size();
+  for (std::size_t pos = from; pos + 4 <= size;) {
+    const auto* v = static_cast<const char*>(std::memchr(data + pos, 'v', size - 3 - pos));
+    if (v == nullptr) return std::nullopt;
+    const auto start = static_cast<std::size_t>(v - data);
+    if (v[1] != 'a' || v[2] != 'r' || v[3] != '(') {
+      pos = start + 1;
+      continue;
+    }
     const std::size_t name_begin = skip_space(text, start + 4);
     std::size_t i = name_begin;
-    while (i < text.size() && text[i] != ')' && !is_space(text[i])) ++i;
-    if (i == text.size()) return std::nullopt;  // every later "var(" runs out too
-    if (text[i] == ')') return reference{{start, i + 1}, text.substr(name_begin, i - name_begin)};
+    while (i < size && data[i] != ')' && !is_space(data[i])) ++i;
+    if (i == size) return std::nullopt;  // every later "var(" runs out too
+    if (data[i] == ')') return reference{{start, i + 1}, text.substr(name_begin, i - name_begin)};
     // The name stopped at white space. A "var(" whose name would begin inside
     // this run of name bytes stops at the same white space; only one that
     // starts at most four bytes before it can reach further.
     pos = i - 4 > start ? i - 4 : start + 1;
   }
+  return std::nullopt;
 }
 
 std::optional<group> find_group(std::string_view expr) {
