@@ -40,30 +40,18 @@ void check(std::optional<std::string_view> name, const std::vector<row>& rows) {
 
 TEST(ResolveValues, ReplacesReferences) {
   check(std::nullopt, {
-                          ok("", ""),
-                          ok("x var(--a) y var(--a) z", "x 1px y 1px z"),
-                          ok("var(--a)var(--n)", "1px3"),
-                          ok("xvar(--a)", "x1px"),
-                          ok("[var(--e)]", "[]"),
-                          ok("var( --a)", "1px"),
-                          ok("var(\t\r\n --a)", "1px"),
-                          ok("var(--a )", "var(--a )"),
-                          ok("var( --a )", "var( --a )"),
-                          ok("var(--a, 1px)", "var(--a, 1px)"),
-                          ok("VAR(--a)", "VAR(--a)"),
-                          ok("var (--a)", "var (--a)"),
-                          ok("var(--a", "var(--a"),
+                          ok("", ""), ok("x var(--a) y var(--a) z", "x 1px y 1px z"),
+                          ok("var(--a)var(--n)", "1px3"), ok("xvar(--a)", "x1px"), ok("[var(--e)]", "[]"),
+                          ok("var( --a)", "1px"), ok("var(\t\r\n --a)", "1px"), ok("var(--a )", "var(--a )"),
+                          ok("var( --a )", "var( --a )"), ok("var(--a, 1px)", "var(--a, 1px)"),
+                          ok("VAR(--a)", "VAR(--a)"), ok("var (--a)", "var (--a)"), ok("var(--a", "var(--a"),
                           ok("var(--a))", "1px)"),
                           ok("var(--r)", "var(--n)"),  // a stored value is not scanned again
-                          ok("p{q:var(--lf)}", "p{q:a\nb}"),
-                          ok("\xC3\xA9var(--n)\xFF", "\xC3\xA9" "3\xFF"),
+                          ok("p{q:var(--lf)}", "p{q:a\nb}"), ok("\xC3\xA9var(--n)\xFF", "\xC3\xA9" "3\xFF"),
                           ok("calc(var(--n) + 1)", "calc(3 + 1)"),  // no arithmetic without a name
-                          ok("calc(1 + 2", "calc(1 + 2"),
-                          bad("var(--a,1px)", undefined("--a,1px")),
-                          bad("var()", undefined("")),
-                          bad("var(var(--a)", undefined("var(--a")),
-                          bad("var( )", undefined("")),
-                          bad("var(--A)", undefined("--A")),
+                          ok("calc(1 + 2", "calc(1 + 2"), bad("var(--a,1px)", undefined("--a,1px")),
+                          bad("var()", undefined("")), bad("var(var(--a)", undefined("var(--a")),
+                          bad("var( )", undefined("")), bad("var(--A)", undefined("--A")),
                           bad("var(--a) var(--nope)", undefined("--nope")),
                       });
 }
@@ -76,22 +64,13 @@ TEST(ResolveValues, LeavesTheTextAsItWasOnAnUndefinedName) {
 
 TEST(ResolveValues, EvaluatesCalcInDefinitions) {
   check("--v", {
-                   ok("calc(1 + 2)px", "3px"),
-                   ok("xcalc(2)", "x2"),
-                   ok("CALC(1)", "CALC(1)"),
-                   ok("calc (1)", "calc (1)"),
-                   ok("round(1.5, 1)", "round(1.5, 1)"),
-                   ok("calc(round(1.5, 1))", "2"),
-                   ok("a calc(2 * 3) b calc(1 + 1) c", "a 6 b 2 c"),
-                   ok("calc(1))", "1)"),
-                   ok("calc(var(--n) * 2)", "6"),
-                   ok("calc(var(--a) * 2)", "2px"),
+                   ok("calc(1 + 2)px", "3px"), ok("xcalc(2)", "x2"), ok("CALC(1)", "CALC(1)"),
+                   ok("calc (1)", "calc (1)"), ok("round(1.5, 1)", "round(1.5, 1)"),
+                   ok("calc(round(1.5, 1))", "2"), ok("a calc(2 * 3) b calc(1 + 1) c", "a 6 b 2 c"),
+                   ok("calc(1))", "1)"), ok("calc(var(--n) * 2)", "6"), ok("calc(var(--a) * 2)", "2px"),
                    ok("calc(var(--s) * 2)", "5"),  // the value enters without parentheses
-                   ok("calc( 3 )", " 3 "),
-                   ok("calc( 1 + 2 )", "3"),
-                   ok("calc(\n1\n+\n2\n)", "3"),
-                   ok("1px solid var(--a)", "1px solid 1px"),
-                   bad("calc(1 + (2 * 3)", kMismatched),
+                   ok("calc( 3 )", " 3 "), ok("calc( 1 + 2 )", "3"), ok("calc(\n1\n+\n2\n)", "3"),
+                   ok("1px solid var(--a)", "1px solid 1px"), bad("calc(1 + (2 * 3)", kMismatched),
                    bad("calc(1 + 1) calc(", kMismatched),
                    bad("calc(var(--nope) + 1) calc(1", undefined("--nope")),
                    bad("calc(1px + 1em) calc(",
