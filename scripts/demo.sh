@@ -36,3 +36,9 @@ show tvbase urlencode --code-page 28591 "price: 5 €"
 section "UTF-8 shape check"
 show tvbase utf8check examples/text/valid-utf8.txt
 show tvbase utf8check examples/text/broken-utf8.txt
+
+section "CSS processor"
+show tvbase css examples/css/theme.css
+show tvbase css --images-before examples/css/theme.css
+show tvbase css --images examples/css/theme.css
+show tvbase css examples/css/broken.css

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the tvbase tool on table rows: expected exit status, expected output
-# (a fixed string that standard output must contain, or -), the command line.
+# (a fixed string that standard output must contain, "" for no output at
+# all, or -), the command line.
 # Argument: the tool. Rows come from the files named after it.
 set -u
 tool=$1
@@ -14,6 +15,9 @@ check() {
   got=$?
   if [[ $got -ne $status ]]; then
     echo "FAIL: tvbase $* exited $got, expected $status"
+    failures=$((failures + 1))
+  elif [[ -z "$want" && -n "$out" ]]; then
+    echo "FAIL: tvbase $* printed '$out', expected nothing"
     failures=$((failures + 1))
   elif [[ "$want" != "-" && "$out" != *"$want"* ]]; then
     echo "FAIL: tvbase $* printed '$out', expected it to contain '$want'"

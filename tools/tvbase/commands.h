@@ -15,6 +15,7 @@ struct command {
 };
 
 
+extern const command css_command;
 extern const command urlencode_command;
 extern const command utf8check_command;
 
