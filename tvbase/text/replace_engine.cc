@@ -45,7 +45,10 @@ bool engine<Char>::replace(view what, view with) {
                               [begin](const replacement& r) { return r.position + r.length <= begin; });
     if (at->position < end) return false;
   } else {
-    if (blocks_.empty()) new_block(0);
+    // Behind every recorded span: the common case of edits recorded in text
+    // order. A full last block is left full and a new one started, so that
+    // such a batch fills its blocks instead of leaving each half empty.
+    if (blocks_.empty() || blocks_.back().size() >= 2 * kBlockSplit - 1) new_block(blocks_.size());
     target = &blocks_.back();
     at = target->end();
   }
@@ -104,23 +107,18 @@ std::basic_string<Char> engine<Char>::apply() {
   for (const block& b : blocks_) {
     for (const replacement& r : b) total = total + r.text_length - r.length;
   }
-  std::basic_string<Char> result(total, Char{});
-  Char* out = result.data();
+  std::basic_string<Char> result;
+  result.reserve(total);
   const Char* read = source_.data();
   const Char* pool = text_pool_.data();
-  using traits = std::char_traits<Char>;
   for (const block& b : blocks_) {
     for (const replacement& r : b) {
       const Char* at = source_.data() + r.position;
-      const auto kept = static_cast<std::size_t>(at - read);
-      traits::copy(out, read, kept);
-      out += kept;
-      traits::copy(out, pool + r.text_offset, r.text_length);
-      out += r.text_length;
+      result.append(read, static_cast<std::size_t>(at - read)).append(pool + r.text_offset, r.text_length);
       read = at + r.length;
     }
   }
-  traits::copy(out, read, static_cast<std::size_t>(source_.data() + source_.size() - read));
+  result.append(read, static_cast<std::size_t>(source_.data() + source_.size() - read));
   clear();
   return result;
 }
