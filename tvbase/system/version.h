@@ -1,9 +1,9 @@
 #ifndef TVBASE_SYSTEM_VERSION_H
 #define TVBASE_SYSTEM_VERSION_H
 
-#include <string>
-
 #include <tvbase/export.h>
+
+#include <string>
 
 // A product version packed into one 32-bit number that compares like a
 // number: major (0-99) in bits 31-24, minor (0-9) in 23-16, sub-level (0-9) in

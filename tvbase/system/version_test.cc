@@ -1,8 +1,7 @@
+#include <gtest/gtest.h>
 #include <tvbase/system/version.h>
 
 #include <string>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -21,18 +20,17 @@ TEST(TvVersion, ParsesAndWritesBack) {
     EXPECT_EQ(TvVersion::Parse(r.text), r.packed);
     const std::string text = r.text;
     // A leading zero of the major number is not written back.
-    const std::string expected = text.size() == 6 && text[0] == '0' && text[1] != '.'
-                                     ? text.substr(1)
-                                     : text;
+    const std::string expected =
+        text.size() == 6 && text[0] == '0' && text[1] != '.' ? text.substr(1) : text;
     EXPECT_EQ(TvVersion::ToString(r.packed), expected);
   }
 }
 
 TEST(TvVersion, RefusesEveryOtherForm) {
   const char* const rows[] = {
-      "",        "12.40",   "12.40A",   "12.40B", "12.400_", "12.4_",  "123.40_", "12.40_ ",
-      " 12.40_", "12,40_",  "12.40__",  "12.40ab", "a.40_",  ".40_",   "12.4a_",  "12.40{",
-      "12.40`",  "12..40_", "12.40_\t", "-1.40_", "12.4x0",  "1240_",
+      "",        "12.40",   "12.40A",   "12.40B",  "12.400_", "12.4_", "123.40_", "12.40_ ",
+      " 12.40_", "12,40_",  "12.40__",  "12.40ab", "a.40_",   ".40_",  "12.4a_",  "12.40{",
+      "12.40`",  "12..40_", "12.40_\t", "-1.40_",  "12.4x0",  "1240_",
   };
   for (const char* text : rows) {
     SCOPED_TRACE(text);
@@ -48,12 +46,9 @@ TEST(TvVersion, ComparesUnderEachMask) {
     int major, minor, sub, full;
   };
   const row rows[] = {
-      {"12.40a", "12.40b", 0, 0, 0, -1},
-      {"12.40_", "11.99z", 1, 1, 1, 1},
-      {"12.41_", "12.40z", 0, 0, 1, 1},
-      {"12.31_", "12.40_", 0, -1, -1, -1},
-      {"3.00_", "12.00_", -1, -1, -1, -1},
-      {"12.40b", "12.40b", 0, 0, 0, 0},
+      {"12.40a", "12.40b", 0, 0, 0, -1},   {"12.40_", "11.99z", 1, 1, 1, 1},
+      {"12.41_", "12.40z", 0, 0, 1, 1},    {"12.31_", "12.40_", 0, -1, -1, -1},
+      {"3.00_", "12.00_", -1, -1, -1, -1}, {"12.40b", "12.40b", 0, 0, 0, 0},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(std::string(r.a) + " vs " + r.b);
