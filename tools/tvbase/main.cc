@@ -13,6 +13,9 @@ namespace {
 const command* const kCommands[] = {
     &urlencode_command,
     &utf8check_command,
+    &version_command,
+    &walk_command,
+    &icon_command,
 };
 
 void print_overview(std::FILE* to) {

@@ -1,7 +1,8 @@
+#include <tvbase/platform/dir_list.h>
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <tvbase/platform/dir_list.h>
 
 #include <cerrno>
 #include <cstring>

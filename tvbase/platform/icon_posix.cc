@@ -1,6 +1,7 @@
+#include <tvbase/platform/icon.h>
+
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <tvbase/platform/icon.h>
 #include <unistd.h>
 
 #include <cerrno>

@@ -1,9 +1,10 @@
-#include <tvbase/platform/dir_list.h>
 #include <tvbase/platform/icon_reader.h>
 
 #include <algorithm>
 #include <optional>
 #include <string>
+
+#include <tvbase/platform/dir_list.h>
 
 namespace platform {
 namespace {

@@ -1,10 +1,11 @@
-#include <tvbase/platform/dir_list.h>
 #include <tvbase/system/dir_walk.h>
 
 #include <cstring>
 #include <cwchar>
 #include <memory>
 #include <stdexcept>
+
+#include <tvbase/platform/dir_list.h>
 
 namespace os {
 namespace {
@@ -122,5 +123,9 @@ dir_walk::result dir_walk::list_folder(dir_info& info, std::list<std::wstring>& 
   }
   return result::finished;
 }
+
+std::string native_path(std::wstring_view path) { return platform::wide_to_path(path); }
+
+std::wstring wide_path(std::string_view path) { return platform::path_to_wide(path); }
 
 }  // namespace os

@@ -121,6 +121,15 @@ class TVBASE_EXPORT dir_walk {
   walk_order order_ = walk_order::breadth_first;
 };
 
+// The system's bytes for a wide path such as the walk gives, and back. Paths
+// are UTF-8 on disk; a byte that starts no valid UTF-8 sequence is held as the
+// unit 0xDC00 + byte, so any byte string survives the round trip.
+//
+//   std::string file = os::native_path(info.path() + info.subfolder() +
+//                                      std::wstring(info.name()));
+TVBASE_EXPORT std::string native_path(std::wstring_view path);
+TVBASE_EXPORT std::wstring wide_path(std::string_view path);
+
 }  // namespace os
 
 #endif  // TVBASE_SYSTEM_DIR_WALK_H

@@ -1,9 +1,8 @@
+#include <tvbase/system/dir_walk.h>
+
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <tvbase/platform/dir_list.h>
-#include <tvbase/system/dir_walk.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +15,10 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include <tvbase/platform/dir_list.h>
 
 namespace {
 

@@ -1,4 +1,3 @@
-#include <tvbase/platform/icon.h>
 #include <tvbase/system/gdi.h>
 
 #include <charconv>
@@ -6,6 +5,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+
+#include <tvbase/platform/icon.h>
 
 namespace {
 

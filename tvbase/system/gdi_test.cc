@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-#include <tvbase/platform/icon.h>
 #include <tvbase/system/gdi.h>
+
 #include <unistd.h>
 
 #include <cstdint>
@@ -10,6 +9,10 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include <tvbase/platform/icon.h>
 
 namespace {
 

@@ -1,7 +1,8 @@
-#include <gtest/gtest.h>
 #include <tvbase/system/version.h>
 
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace {
 
