@@ -42,3 +42,25 @@ show tvbase css examples/css/theme.css
 show tvbase css --images-before examples/css/theme.css
 show tvbase css --images examples/css/theme.css
 show tvbase css examples/css/broken.css
+
+section "Version numbers"
+show tvbase version parse 12.40_ 12.41b 1.23a 12.40A 123.40_
+show tvbase version format 0x0C040102 0x0C040000 0xFFFFFFFF
+show tvbase version format --type minor 0x0C040102
+show tvbase version format --no-underscore 0x0C040000
+show tvbase version compare --type sub 12.40a 12.40b
+show tvbase version compare 12.40a 12.40b
+show tvbase version compare --type major 12.40_ 11.99z
+
+section "Directory walk"
+show tvbase walk --depth-first --sort examples/system/tree
+show tvbase walk --breadth-first --sort --report-folders examples/system/tree
+show tvbase walk --no-descend --sort examples/system/tree
+show tvbase walk examples/system/no-such-folder
+
+section "Icon loading"
+show tvbase icon examples/system/app.ico --size 16 --size 24 --size 48 --size 64
+show tvbase icon "examples/system/app.dll; 1" --size 16 --size 32 --size 48
+show tvbase icon "examples/system/app.dll;main" --size 32
+show tvbase icon "examples/system/app.dll;7" --size 16
+show tvbase icon "examples/system/app.ico;1" --size 16

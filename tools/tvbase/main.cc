@@ -14,6 +14,9 @@ const command* const kCommands[] = {
     &urlencode_command,
     &utf8check_command,
     &css_command,
+    &version_command,
+    &walk_command,
+    &icon_command,
 };
 
 void print_overview(std::FILE* to) {
