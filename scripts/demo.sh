@@ -24,3 +24,10 @@ show "$tvbase" urlencode --code-page 28591 "price: 5 €"
 section "UTF-8 shape check"
 show "$tvbase" utf8check examples/text/valid-utf8.txt
 show "$tvbase" utf8check examples/text/broken-utf8.txt
+
+section "HTML checking scanner"
+show "$tvbase" html --events examples/html/page.html
+show "$tvbase" html --strict examples/html/page.html
+show "$tvbase" html examples/html/unclosed.html
+show "$tvbase" html --strict examples/html/unclosed.html
+show "$tvbase" html --strict examples/html/broken-quote.html

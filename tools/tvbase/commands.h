@@ -15,6 +15,7 @@ struct command {
 };
 
 
+extern const command html_command;
 extern const command urlencode_command;
 extern const command utf8check_command;
 
