@@ -12,6 +12,10 @@ namespace {
 std::atomic<std::size_t> allocations{0};
 }  // namespace
 
+// These replace the global pair, so free() does match this new; GCC can't
+// tell once it has inlined both.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void* operator new(std::size_t size) {
   allocations.fetch_add(1, std::memory_order_relaxed);
   if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
@@ -19,6 +23,7 @@ void* operator new(std::size_t size) {
 }
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+#pragma GCC diagnostic pop
 
 namespace html_parser {
 namespace {

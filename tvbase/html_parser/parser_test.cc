@@ -362,7 +362,7 @@ TEST(HtmlParser, EmptyTextCallsNothing) {
 TEST(HtmlParser, DeepNestingRunsWithoutRecursion) {
   constexpr std::size_t kDepth = 1'000'000;
   std::string text;
-  text.reserve(kDepth * 7);
+  text.reserve(kDepth * 3);
   for (std::size_t i = 0; i < kDepth; ++i) text += "<a>";
   for (const bool strict : {false, true}) {
     SCOPED_TRACE(strict);
@@ -377,10 +377,9 @@ TEST(HtmlParser, DeepNestingRunsWithoutRecursion) {
     EXPECT_EQ(error.has_value(), strict);
     if (error) {
       EXPECT_EQ(error->error, errors::unclosed_elements);
+      EXPECT_EQ(error->last_start_tag->raw.data(), text.data() + text.size() - 3);
     }
   }
-  for (std::size_t i = 0; i < kDepth; ++i) text += "</a>";
-  EXPECT_FALSE(parser::parse(text, true, [](const tag&, const open_tags&) { return true; }));
 }
 
 // ---------------------------------------------------------------------------
