@@ -64,3 +64,10 @@ show tvbase icon "examples/system/app.dll; 1" --size 16 --size 32 --size 48
 show tvbase icon "examples/system/app.dll;main" --size 32
 show tvbase icon "examples/system/app.dll;7" --size 16
 show tvbase icon "examples/system/app.ico;1" --size 16
+
+section "HTML checking scanner"
+show tvbase html --events examples/html/page.html
+show tvbase html --strict examples/html/page.html
+show tvbase html examples/html/unclosed.html
+show tvbase html --strict examples/html/unclosed.html
+show tvbase html --strict examples/html/broken-quote.html

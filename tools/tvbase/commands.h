@@ -16,6 +16,7 @@ struct command {
 
 
 extern const command css_command;
+extern const command html_command;
 extern const command urlencode_command;
 extern const command utf8check_command;
 extern const command version_command;

@@ -17,6 +17,7 @@ const command* const kCommands[] = {
     &version_command,
     &walk_command,
     &icon_command,
+    &html_command,
 };
 
 void print_overview(std::FILE* to) {
