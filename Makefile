@@ -2,10 +2,13 @@
 #   make test    set up, build, run every test
 #   make demo    set up, build, run the tools on the bundled examples
 #   make bench   set up (with the peers), build in Release, run the benchmarks
+#   make fuzz    set up clang, build the fuzz targets, run each FUZZ_SECONDS
+#   make check-valgrind   test programs under valgrind memcheck
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
+MAKEFLAGS += --no-print-directory
 
-.PHONY: all setup build test demo bench install clean
+.PHONY: all setup build test demo bench fuzz check-valgrind clean
 all: build
 
 setup:
@@ -26,6 +29,20 @@ bench:
 	cmake --preset bench $(CMAKE_ARGS)
 	cmake --build --preset bench -j $(JOBS)
 	@scripts/bench.sh build/bench
+
+# Runs every fuzz target for FUZZ_SECONDS each (default 60).
+FUZZ_SECONDS ?= 60
+fuzz:
+	@scripts/setup.sh fuzz
+	cmake --preset fuzz $(CMAKE_ARGS)
+	cmake --build --preset fuzz -j $(JOBS)
+	@scripts/fuzz.sh build/fuzz $(FUZZ_SECONDS)
+
+# The trace and form tests under valgrind memcheck.
+VALGRIND_TESTS ?= tvbase_text_test
+check-valgrind: build
+	@scripts/setup.sh valgrind
+	@scripts/valgrind.sh build/default $(VALGRIND_TESTS)
 
 clean:
 	rm -rf build

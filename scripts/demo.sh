@@ -3,43 +3,87 @@
 # of the library does. Argument: the build folder.
 set -uo pipefail
 build=${1:-build/default}
-tvbase="$build/tools/tvbase/tvbase"
 cd "$(dirname "$0")/.."
+export PATH="$PWD/$build/tools/tvbase:$PWD/$build/tools/logtune:$PWD/$build/examples/traced_app:$PATH"
 
+# Prints the command as one would type it, then runs it. With INPUT set, the
+# command reads that file on standard input.
 show() {
-  printf '\n$ %s\n' "$*"
-  "$@"
-  local status=$?
+  local shown=() word
+  for word in "$@"; do
+    if [[ "$word" =~ ^[A-Za-z0-9_./=:+-]+$ ]]; then shown+=("$word"); else shown+=("'${word//\'/\'\\\'\'}'"); fi
+  done
+  local status
+  if [[ -n "${INPUT:-}" ]]; then
+    printf '\n$ %s < %s\n' "${shown[*]}" "$INPUT"
+    "$@" < "$INPUT"
+  else
+    printf '\n$ %s\n' "${shown[*]}"
+    "$@"
+  fi
+  status=$?
   [[ $status -eq 0 ]] || printf '(exit status %d)\n' "$status"
 }
 section() { printf '\n=== %s\n' "$1"; }
 
 section "URL encoding"
-show "$tvbase" urlencode "a b&c=d/e?f ~x"
-show "$tvbase" urlencode - < examples/text/query.txt
-show "$tvbase" urlencode --code-page 28591 - < examples/text/query.txt
-show "$tvbase" urlencode --code-page 1252 "price: 5 €"
-show "$tvbase" urlencode --code-page 28591 "price: 5 €"
+show tvbase urlencode "a b&c=d/e?f ~x"
+INPUT=examples/text/query.txt show tvbase urlencode -
+INPUT=examples/text/query.txt show tvbase urlencode --code-page 28591 -
+show tvbase urlencode --code-page 1252 "price: 5 €"
+show tvbase urlencode --code-page 28591 "price: 5 €"
 
 section "UTF-8 shape check"
-show "$tvbase" utf8check examples/text/valid-utf8.txt
-show "$tvbase" utf8check examples/text/broken-utf8.txt
+show tvbase utf8check examples/text/valid-utf8.txt
+show tvbase utf8check examples/text/broken-utf8.txt
+
+section "CSS processor"
+show tvbase css examples/css/theme.css
+show tvbase css --images-before examples/css/theme.css
+show tvbase css --images examples/css/theme.css
+show tvbase css examples/css/broken.css
+
+section "Version numbers"
+show tvbase version parse 12.40_ 12.41b 1.23a 12.40A 123.40_
+show tvbase version format 0x0C040102 0x0C040000 0xFFFFFFFF
+show tvbase version format --type minor 0x0C040102
+show tvbase version format --no-underscore 0x0C040000
+show tvbase version compare --type sub 12.40a 12.40b
+show tvbase version compare 12.40a 12.40b
+show tvbase version compare --type major 12.40_ 11.99z
+
+section "Directory walk"
+show tvbase walk --depth-first --sort examples/system/tree
+show tvbase walk --breadth-first --sort --report-folders examples/system/tree
+show tvbase walk --no-descend --sort examples/system/tree
+show tvbase walk examples/system/no-such-folder
+
+section "Icon loading"
+show tvbase icon examples/system/app.ico --size 16 --size 24 --size 48 --size 64
+show tvbase icon "examples/system/app.dll; 1" --size 16 --size 32 --size 48
+show tvbase icon "examples/system/app.dll;main" --size 32
+show tvbase icon "examples/system/app.dll;7" --size 16
+show tvbase icon "examples/system/app.ico;1" --size 16
+
+section "HTML checking scanner"
+show tvbase html --events examples/html/page.html
+show tvbase html --strict examples/html/page.html
+show tvbase html examples/html/unclosed.html
+show tvbase html --strict examples/html/unclosed.html
+show tvbase html --strict examples/html/broken-quote.html
 
 section "Call tracing"
-logtune="$build/tools/logtune/logtune"
-app="$build/examples/traced_app/traced_app"
-cfg="$(dirname "$app")/TvLog.cfg"
+cfg="$build/examples/traced_app/TvLog.cfg"
 logs=$(mktemp -d)
-show "$logtune" save "$cfg" --folder "$logs/" --programs "traced_app" --users "*" \
-  --filter0 --filter1
-show "$logtune" show "$cfg"
-show "$app"
+show logtune save "$cfg" --folder "$logs/" --programs traced_app --users "*" --filter0 --filter1
+show logtune show "$cfg"
+show traced_app
 for log in "$logs"/*.log; do
   [[ -e "$log" ]] || continue
-  printf '\n$ cat "%s"  (lines end in CR LF)\n' "$log"
+  printf '\n$ cat %q  (lines end in CR LF)\n' "$log"
   tr -d '\r' < "$log"
 done
 rm -f "$cfg"
 rm -rf "$logs"
 printf '\nWithout TvLog.cfg (and with the shared record not set) the same program writes no log:\n'
-show "$app"
+show traced_app

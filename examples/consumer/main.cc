@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include <tvbase/system/dir_walk.h>
+#include <tvbase/system/version.h>
 #include <tvbase/text/convert.h>
 #include <tvbase/text/replace_engine.h>
 #include <tvbase/text/utf8.h>
@@ -21,5 +23,12 @@ int main() {
   replace_engine::engine<char> edits{text};
   check(edits.replace(std::string_view(text).substr(0, 5), "bye"), "replace");
   check(edits.apply() == "bye world", "apply");
+  const unsigned long version = TvVersion::Parse("12.41b");
+  check(version == 0x0C040102 && TvVersion::ToString(version, TvVersion::CompareMinor) == "12.4",
+        "TvVersion");
+  os::dir_walk walker;
+  walker.set_order(os::dir_walk::walk_order::no_descent);
+  check(walker.walk(L"/nonexistent/folder", {}, {}) == os::dir_walk::result::list_failed,
+        "dir_walk");
   return failures == 0 ? 0 : 1;
 }

@@ -15,7 +15,12 @@ struct command {
 };
 
 
+extern const command css_command;
+extern const command html_command;
 extern const command urlencode_command;
 extern const command utf8check_command;
+extern const command version_command;
+extern const command walk_command;
+extern const command icon_command;
 
 #endif  // TVBASE_TOOLS_TVBASE_COMMANDS_H

@@ -9,7 +9,7 @@ namespace {
 
 // Edits per block of the index. Large enough that the block directory stays
 // small, small enough that an insertion's move within a block stays cheap.
-constexpr std::size_t kBlockSplit = 512;
+constexpr std::size_t kBlockSplit = 128;
 constexpr std::size_t kMaxUnits = std::numeric_limits<std::uint32_t>::max();
 
 }  // namespace
@@ -29,54 +29,64 @@ bool engine<Char>::replace(view what, view with) {
   // Recorded spans are disjoint, so in index order their ends rise with their
   // begins. The spans that end above `begin` are therefore a tail of the
   // index, and its first span has the lowest begin of them all: the new span
-  // collides with something exactly when it collides with that one.
-  const auto ends_above = [begin](const replacement& r) { return r.position + r.length > begin; };
-  const auto block_it = std::partition_point(
-      blocks_.begin(), blocks_.end(), [&](const block& b) { return !ends_above(b.back()); });
-  if (block_it != blocks_.end()) {
-    const auto first = std::partition_point(block_it->begin(), block_it->end(),
-                                            [&](const replacement& r) { return !ends_above(r); });
-    if (first->position < end) return false;
+  // collides with something exactly when it collides with that one. An
+  // accepted span belongs right in front of that first span, since everything
+  // before it ends at or before `begin`; among equal positions that puts an
+  // insertion before a replacement and after earlier insertions, as a stable
+  // sort by position, then length, would.
+  const auto block_at = static_cast<std::size_t>(
+      std::partition_point(block_ends_.begin(), block_ends_.end(), [begin](std::size_t e) { return e <= begin; }) -
+      block_ends_.begin());
+  block* target = nullptr;
+  typename block::iterator at;
+  if (block_at < blocks_.size()) {
+    target = &blocks_[block_at];
+    at = std::partition_point(target->begin(), target->end(),
+                              [begin](const replacement& r) { return r.position + r.length <= begin; });
+    if (at->position < end) return false;
+  } else {
+    // Behind every recorded span: the common case of edits recorded in text
+    // order. A full last block is left full and a new one started, so that
+    // such a batch fills its blocks instead of leaving each half empty.
+    if (blocks_.empty() || blocks_.back().size() >= 2 * kBlockSplit - 1) new_block(blocks_.size());
+    target = &blocks_.back();
+    at = target->end();
   }
 
-  const replacement added{begin, static_cast<std::uint32_t>(what.size()),
-                          static_cast<std::uint32_t>(text_pool_.size()),
-                          static_cast<std::uint32_t>(with.size())};
-  // After every recorded edit of equal position and length, so that the
-  // index order is that of a stable sort.
-  const auto after = [&](const replacement& r) {
-    return r.position < added.position || (r.position == added.position && r.length <= added.length);
-  };
-  if (blocks_.empty()) {
-    if (spare_.empty()) {
-      blocks_.emplace_back().reserve(kBlockSplit);
-    } else {
-      blocks_.push_back(std::move(spare_.back()));
-      spare_.pop_back();
-    }
-  }
-  auto target = std::partition_point(blocks_.begin(), blocks_.end(),
-                                     [&](const block& b) { return after(b.back()); });
-  if (target == blocks_.end()) target = std::prev(blocks_.end());
-  target->insert(std::partition_point(target->begin(), target->end(), after), added);
+  target->insert(at, replacement{begin, static_cast<std::uint32_t>(what.size()),
+                                 static_cast<std::uint32_t>(text_pool_.size()),
+                                 static_cast<std::uint32_t>(with.size())});
   text_pool_.insert(text_pool_.end(), with.begin(), with.end());
   ++size_;
-  if (target->size() >= 2 * kBlockSplit) split(static_cast<std::size_t>(target - blocks_.begin()));
+  const std::size_t index = target == &blocks_.back() ? blocks_.size() - 1 : block_at;
+  block_ends_[index] = std::max(block_ends_[index], end);
+  if (target->size() >= 2 * kBlockSplit) split(index);
   return true;
 }
 
 template <typename Char>
-void engine<Char>::split(std::size_t index) {
-  block upper;
+void engine<Char>::new_block(std::size_t index) {
+  block fresh;
   if (!spare_.empty()) {
-    upper = std::move(spare_.back());
+    fresh = std::move(spare_.back());
     spare_.pop_back();
+  } else {
+    fresh.reserve(2 * kBlockSplit);
   }
+  blocks_.insert(blocks_.begin() + static_cast<std::ptrdiff_t>(index), std::move(fresh));
+  block_ends_.insert(block_ends_.begin() + static_cast<std::ptrdiff_t>(index), 0);
+}
+
+template <typename Char>
+void engine<Char>::split(std::size_t index) {
+  new_block(index + 1);
   block& lower = blocks_[index];
+  block& upper = blocks_[index + 1];
   const auto middle = lower.begin() + static_cast<std::ptrdiff_t>(lower.size() / 2);
   upper.assign(middle, lower.end());
   lower.erase(middle, lower.end());
-  blocks_.insert(blocks_.begin() + static_cast<std::ptrdiff_t>(index) + 1, std::move(upper));
+  block_ends_[index + 1] = block_ends_[index];
+  block_ends_[index] = lower.back().position + lower.back().length;
 }
 
 template <typename Char>
@@ -86,6 +96,7 @@ void engine<Char>::clear() {
     spare_.push_back(std::move(b));
   }
   blocks_.clear();
+  block_ends_.clear();
   text_pool_.clear();
   size_ = 0;
 }
@@ -96,23 +107,18 @@ std::basic_string<Char> engine<Char>::apply() {
   for (const block& b : blocks_) {
     for (const replacement& r : b) total = total + r.text_length - r.length;
   }
-  std::basic_string<Char> result(total, Char{});
-  Char* out = result.data();
+  std::basic_string<Char> result;
+  result.reserve(total);
   const Char* read = source_.data();
   const Char* pool = text_pool_.data();
-  using traits = std::char_traits<Char>;
   for (const block& b : blocks_) {
     for (const replacement& r : b) {
       const Char* at = source_.data() + r.position;
-      const auto kept = static_cast<std::size_t>(at - read);
-      traits::copy(out, read, kept);
-      out += kept;
-      traits::copy(out, pool + r.text_offset, r.text_length);
-      out += r.text_length;
+      result.append(read, static_cast<std::size_t>(at - read)).append(pool + r.text_offset, r.text_length);
       read = at + r.length;
     }
   }
-  traits::copy(out, read, static_cast<std::size_t>(source_.data() + source_.size() - read));
+  result.append(read, static_cast<std::size_t>(source_.data() + source_.size() - read));
   clear();
   return result;
 }

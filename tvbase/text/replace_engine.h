@@ -75,10 +75,12 @@ class TVBASE_EXPORT engine {
   using block = std::vector<replacement>;
 
   void clear();
+  void new_block(std::size_t index);
   void split(std::size_t index);
 
   view source_;
   std::vector<block> blocks_;  // the index: each block sorted, blocks in order, none empty
+  std::vector<std::size_t> block_ends_;  // the highest span end of each block
   std::vector<block> spare_;   // emptied blocks that keep their storage for the next batch
   std::size_t size_ = 0;
   std::vector<Char> text_pool_;

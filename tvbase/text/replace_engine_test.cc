@@ -7,42 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <tvbase/text/replace_engine_model.h>
+
 namespace {
 
-// One edit as offsets into the text, and the content that replaces it.
-struct edit {
-  std::size_t at, length;
-  std::string with;
-};
-
-// The rules as stated, with the linear collision check and a stable sort.
-struct naive_engine {
-  std::string_view source;
-  std::vector<edit> edits;
-
-  bool replace(const edit& e) {
-    if (e.at > source.size() || e.length > source.size() - e.at) return false;
-    for (const edit& r : edits) {
-      if (e.at + e.length > r.at && e.at < r.at + r.length) return false;
-    }
-    edits.push_back(e);
-    return true;
-  }
-  std::string apply() {
-    std::stable_sort(edits.begin(), edits.end(), [](const edit& a, const edit& b) {
-      return a.at < b.at || (a.at == b.at && a.length < b.length);
-    });
-    std::string out;
-    std::size_t read = 0;
-    for (const edit& e : edits) {
-      out.append(source.substr(read, e.at - read)).append(e.with);
-      read = e.at + e.length;
-    }
-    out.append(source.substr(read));
-    edits.clear();
-    return out;
-  }
-};
+using replace_engine::model::edit;
+using replace_engine::model::naive_engine;
 
 struct row {
   const char* name;

@@ -1,6 +1,7 @@
 #include <tvbase/text/utf8.h>
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -23,34 +24,65 @@ constexpr std::array<unsigned char, 256> kClass = [] {
 constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
 constexpr std::uint64_t kHighs = 0x8080808080808080ULL;
 
-// Skips aligned words of ASCII without a zero byte. An aligned word never
-// crosses a page, so reading past the text's zero cannot fault; the reads are
-// hidden from AddressSanitizer for that reason.
-__attribute__((no_sanitize("address")))
-const unsigned char* skip_ascii_words(const unsigned char* p) {
-  while ((reinterpret_cast<std::uintptr_t>(p) & 7) == 0) {
-    std::uint64_t word;
-    std::memcpy(&word, p, sizeof word);
-    const std::uint64_t zero_bytes = (word - kOnes) & ~word & kHighs;
-    if (((word & kHighs) | zero_bytes) != 0) break;
-    p += 8;
+bool is_continuation(unsigned char b) { return (b & 0xC0) == 0x80; }
+
+// The high bit of each byte that is zero or above 0x7F. Bytes above the
+// lowest such byte may be marked falsely; the lowest mark is always right.
+std::uint64_t zero_or_high(std::uint64_t word) { return (((word - kOnes) & ~word) | word) & kHighs; }
+
+// True if eight bytes at p lie in one page: such a read cannot fault, even
+// where it passes the text's zero.
+bool word_fits_page(const unsigned char* p) { return (reinterpret_cast<std::uintptr_t>(p) & 4095) <= 4096 - 8; }
+
+// Bytes 1 to n of a 32-bit little-endian load.
+constexpr std::uint32_t kFollowMask[4] = {0, 0xFF00, 0xFFFF00, 0xFFFFFF00};
+
+// One character checked a byte at a time, each continuation byte tested
+// before the next is read. Returns the next character, or null if invalid.
+const unsigned char* check_bytewise(const unsigned char* p) {
+  const unsigned char follow = kClass[*p];
+  if (follow > 3) return nullptr;
+  for (unsigned char i = 1; i <= follow; ++i) {
+    if (!is_continuation(p[i])) return nullptr;
   }
-  return p;
+  return p + follow + 1;
 }
 
 }  // namespace
 
+// Where a word fits in its page, the text is read in words: eight ASCII bytes
+// are skipped at once, and a character's continuation bytes are tested
+// together. Those reads may look at bytes behind the zero, within the page,
+// so they are hidden from AddressSanitizer.
+__attribute__((no_sanitize("address")))
 bool TvxIsValidUtf8(const char* text) {
   auto p = reinterpret_cast<const unsigned char*>(text);
   for (;;) {
-    p = skip_ascii_words(p);
-    const unsigned char b = *p++;
-    if (b == 0) return true;
-    const unsigned char follow = kClass[b];
-    if (follow == 0) continue;
-    if (follow > 3) return false;
-    for (unsigned char i = 0; i < follow; ++i) {
-      if (kClass[*p++] != 255) return false;
+    if (std::endian::native == std::endian::little && word_fits_page(p)) {
+      std::uint64_t word;
+      std::memcpy(&word, p, sizeof word);
+      const std::uint64_t marks = zero_or_high(word);
+      if (marks == 0) {
+        p += 8;
+        continue;
+      }
+      const int ascii = std::countr_zero(marks) / 8;  // plain ASCII in front of the mark
+      if (ascii != 0) {
+        p += ascii;
+        continue;
+      }
+      const unsigned char b = *p;
+      if (b == 0) return true;
+      const unsigned char follow = kClass[b];
+      // A zero among the continuation bytes fails the test like any other
+      // byte that is not one, so nothing behind the text decides the result.
+      const auto strangers = (static_cast<std::uint32_t>(word) ^ 0x80808080u) & 0xC0C0C0C0u;
+      if (follow > 3 || (strangers & kFollowMask[follow]) != 0) return false;
+      p += follow + 1;
+      continue;
     }
+    if (*p == 0) return true;
+    p = check_bytewise(p);
+    if (p == nullptr) return false;
   }
 }

@@ -1,0 +1,238 @@
+// The HTML scanner on two real pages, beside gumbo's full parse of the same
+// bytes and htmlparser2 run by node (when bench/html/install_peers.sh has
+// installed it). An allocation counter shows what a scan allocates, and a
+// deep nesting run shows that the time grows linearly with the depth.
+#include <benchmark/benchmark.h>
+#include <gumbo.h>
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <tvbase/html_parser/parser.h>
+
+namespace {
+std::atomic<std::size_t> allocations{0};
+}  // namespace
+
+// Every allocation of the program goes through here and is counted.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+void* operator new(std::size_t size) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+#pragma GCC diagnostic pop
+
+namespace {
+
+using html_parser::tag;
+using open_tags = std::optional<std::vector<tag>>;
+
+const char* const kFiles[] = {"wikipedia.html", "rfc9110.html"};
+
+std::string path_of(std::int64_t file) {
+  return std::string(TVBASE_BENCH_DATA) + "/" + kFiles[file];
+}
+
+const std::string& page(std::int64_t file) {
+  static std::map<std::int64_t, std::string> loaded;
+  std::string& text = loaded[file];
+  if (text.empty()) {
+    std::ifstream in(path_of(file), std::ios::binary);
+    if (!in) throw std::runtime_error("cannot read " + path_of(file));
+    text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  return text;
+}
+
+// What one scan saw: elements, and the start tags whose copies on the open
+// tags carry attributes (each such copy is one allocation).
+struct tally {
+  std::size_t elements = 0;
+  std::size_t copies_with_attributes = 0;
+  std::size_t copies = 0;
+};
+
+std::optional<html_parser::parse_error> scan(const std::string& text, bool strict, tally& seen) {
+  return html_parser::parser::parse(text, strict, [&seen](const tag& t, const open_tags& open) {
+    ++seen.elements;
+    if (open && t.type == html_parser::tag_type::start_tag) {
+      ++seen.copies;
+      seen.copies_with_attributes += !t.attributes.empty();
+    }
+    return true;
+  });
+}
+
+// One untimed scan with the allocation counter read around it.
+void count_allocations(benchmark::State& state, const std::string& text, bool strict) {
+  tally seen;
+  const std::size_t before = allocations.load();
+  const auto error = scan(text, strict, seen);
+  const std::size_t made = allocations.load() - before;
+  if (error) state.SkipWithError(error->get_message().c_str());
+  state.counters["elements"] = static_cast<double>(seen.elements);
+  state.counters["copies"] = static_cast<double>(seen.copies);
+  state.counters["copies_attr"] = static_cast<double>(seen.copies_with_attributes);
+  state.counters["allocs"] = static_cast<double>(made);
+}
+
+void BM_Scan(benchmark::State& state) {
+  const std::string& text = page(state.range(0));
+  const bool strict = state.range(1) != 0;
+  for (auto _ : state) {
+    tally seen;
+    benchmark::DoNotOptimize(scan(text, strict, seen));
+    benchmark::DoNotOptimize(seen.elements);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+  count_allocations(state, text, strict);
+  state.SetLabel(kFiles[state.range(0)]);
+}
+BENCHMARK(BM_Scan)->ArgsProduct({{0, 1}, {0, 1}})->ArgNames({"file", "strict"})
+    ->Unit(benchmark::kMillisecond);
+
+void BM_Peer_GumboParse(benchmark::State& state) {
+  const std::string& text = page(state.range(0));
+  for (auto _ : state) {
+    GumboOutput* output = gumbo_parse_with_options(&kGumboDefaultOptions, text.data(), text.size());
+    benchmark::DoNotOptimize(output->root);
+    gumbo_destroy_output(&kGumboDefaultOptions, output);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+  state.SetLabel(kFiles[state.range(0)]);
+}
+BENCHMARK(BM_Peer_GumboParse)->Arg(0)->Arg(1)->ArgName("file")->Unit(benchmark::kMillisecond);
+
+// htmlparser2 run by node: the script times 20 runs after a warm-up and
+// prints the mean seconds per run, which becomes this benchmark's time.
+void BM_Peer_Htmlparser2(benchmark::State& state) {
+  const std::string& text = page(state.range(0));
+  if (!std::filesystem::exists(std::string(TVBASE_HTML_PEER_MODULES) + "/htmlparser2")) {
+    state.SkipWithError("not installed: run bench/html/install_peers.sh");
+    return;
+  }
+  const std::string command = "NODE_PATH='" + std::string(TVBASE_HTML_PEER_MODULES) + "' node '" +
+                              TVBASE_HTML_PEER_SCRIPT + "' '" + path_of(state.range(0)) + "' 20";
+  for (auto _ : state) {
+    double seconds = 0;
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+      char line[64] = {};
+      const bool read = std::fgets(line, sizeof line, pipe) != nullptr;
+      if (pclose(pipe) == 0 && read) seconds = std::strtod(line, nullptr);
+    }
+    if (seconds <= 0) {
+      state.SkipWithError("the node run failed");
+      return;
+    }
+    state.SetIterationTime(seconds);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+  state.SetLabel(std::string(kFiles[state.range(0)]) + ", node, mean of 20 runs");
+}
+BENCHMARK(BM_Peer_Htmlparser2)->Arg(0)->Arg(1)->ArgName("file")->UseManualTime()->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
+// Attribute-heavy elements after a stray end tag has ended the tracking of
+// open tags: the only allocations are the attribute vector's first growth.
+void BM_ScanUntracked(benchmark::State& state) {
+  std::string text = "</x>";
+  for (std::int64_t i = 0; i < state.range(0); ++i) {
+    text += "<a href='/p' class=x id=y data-n=1 title=\"t\">link</a>\n";
+  }
+  for (auto _ : state) {
+    tally seen;
+    benchmark::DoNotOptimize(scan(text, false, seen));
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+  count_allocations(state, text, false);
+}
+BENCHMARK(BM_ScanUntracked)->Arg(1000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// N nested start tags: the list of open tags grows to N and the time stays
+// linear in N in both modes (strict ends with unclosed elements, which is
+// expected here).
+void BM_Nested(benchmark::State& state) {
+  const std::string text = [n = state.range(0)] {
+    std::string s;
+    for (std::int64_t i = 0; i < n; ++i) s += "<div>";
+    return s;
+  }();
+  const bool strict = state.range(1) != 0;
+  for (auto _ : state) {
+    tally seen;
+    benchmark::DoNotOptimize(scan(text, strict, seen));
+  }
+  state.SetComplexityN(state.range(0));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+}
+BENCHMARK(BM_Nested)->ArgsProduct({{10000, 100000, 1000000}, {0}})->ArgNames({"depth", "strict"})
+    ->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Nested)->ArgsProduct({{10000, 100000, 1000000}, {1}})->ArgNames({"depth", "strict"})
+    ->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond);
+
+// Prints the table and then the ratios that the targets are stated in.
+class ratio_reporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& run : runs) {
+      if (!run.error_occurred) seconds_[run.benchmark_name()] = run.GetAdjustedRealTime();
+    }
+  }
+  void Finalize() override {
+    ConsoleReporter::Finalize();
+    std::printf("\nthroughput ratios, scan over peer (times faster)\n");
+    for (int file = 0; file < 2; ++file) {
+      const std::string scan = "BM_Scan/file:" + std::to_string(file) + "/strict:0";
+      const std::string arg = "/file:" + std::to_string(file);
+      ratio(std::string(kFiles[file]) + ": over gumbo (at least 10)", "BM_Peer_GumboParse" + arg, scan);
+      ratio(std::string(kFiles[file]) + ": over htmlparser2",
+            "BM_Peer_Htmlparser2" + arg + "/iterations:1/manual_time", scan);
+    }
+    std::printf("\nnesting, time of depth 1,000,000 over 100,000 (linear: about 10)\n");
+    for (const char* strict : {"0", "1"}) {
+      ratio(std::string("strict ") + strict, std::string("BM_Nested/depth:1000000/strict:") + strict,
+            std::string("BM_Nested/depth:100000/strict:") + strict);
+    }
+  }
+
+ private:
+  void ratio(const std::string& what, const std::string& a, const std::string& b) {
+    const auto x = seconds_.find(a);
+    const auto y = seconds_.find(b);
+    if (x == seconds_.end() || y == seconds_.end() || y->second <= 0) return;
+    std::printf("  %-44s %8.2f\n", what.c_str(), x->second / y->second);
+  }
+  std::map<std::string, double> seconds_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Keep freed memory in the process, as an application that has run a while
+  // does: a million open tags take 64 MB, which glibc would otherwise map
+  // afresh and fault in page by page on every run, so that the nesting runs
+  // would time the kernel rather than the scan.
+  mallopt(M_MMAP_THRESHOLD, 256 << 20);
+  mallopt(M_TRIM_THRESHOLD, 512 << 20);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  ratio_reporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  return 0;
+}

@@ -1,0 +1,244 @@
+#include "calc.h"
+
+#include <climits>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace css_processor {
+namespace {
+
+TEST(ParseHundredths, ReadsNumberTexts) {
+  struct row {
+    std::string text;
+    std::optional<hundredths> expected;
+  };
+  const std::vector<row> rows = {
+      {"1", 100},           {"1.5", 150},         {"1.25", 125},  {"-3.5", -350},
+      {"0.05", 5},          {"1.", 100},          {".5", 50},     {"", 0},
+      {"-", 0},             {"007", 700},         {"1.255", {}},  {"--1", {}},
+      {"1-", {}},           {"1.2.3", {}},        {"1px", {}},    {"+1", {}},
+      {" 1", {}},           {"21474836.47", INT_MAX},             {"21474836.48", INT_MIN},
+      {"-21474836.48", INT_MIN},                  {"99999999999", 1316134812},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.text);
+    hundredths value = 12345;
+    EXPECT_EQ(parse_hundredths(r.text, value), r.expected.has_value());
+    if (r.expected) {
+    EXPECT_EQ(value, *r.expected);
+    }
+  }
+}
+
+TEST(FormatHundredths, WritesTheShortestText) {
+  const std::vector<std::pair<hundredths, std::string>> rows = {
+      {0, "0"},      {100, "1"},         {1000, "10"},  {150, "1.5"},    {125, "1.25"},
+      {105, "1.05"}, {50, "0.5"},        {5, "0.05"},   {-150, "-1.5"},  {-25, "-0.25"},
+      {-1, "-0.01"}, {INT_MAX, "21474836.47"},          {INT_MIN, "-21474836.48"},
+  };
+  for (const auto& [value, expected] : rows) {
+    SCOPED_TRACE(value);
+    EXPECT_EQ(format_hundredths(value), expected);
+  }
+}
+
+TEST(FormatHundredths, ReadsBackToTheSameNumber) {
+  std::mt19937 rng(3);
+  std::uniform_int_distribution<hundredths> any(INT_MIN, INT_MAX);
+  for (int i = 0; i < 20000; ++i) {
+    const hundredths v = i < 200 ? i - 100 : any(rng);
+    hundredths back = 0;
+    ASSERT_TRUE(parse_hundredths(format_hundredths(v), back)) << v;
+    ASSERT_EQ(back, v);
+  }
+}
+
+TEST(ApplyOperator, ComputesInWrappingHundredths) {
+  struct row {
+    const char* left;
+    char op;
+    const char* right;
+    const char* expected;
+  };
+  const std::vector<row> rows = {
+      {"1", '+', "2", "3"},
+      {"1", '-', "2", "-1"},
+      {"0.5", '+', "0.25", "0.75"},
+      {"1.50", '+', "0", "1.5"},
+      {"0.1", '*', "0.1", "0.01"},
+      {"-1.5", '*', "2", "-3"},
+      {"1.11", '*', "1.11", "error_mul"},
+      {"-0.5", '*', "0.03", "error_mul"},  // a negative remainder is a remainder
+      {"100", '*', "1000", "100000"},
+      {"1000", '*', "1000", "error_mul"},  // 10^10 wraps to a count that is no whole hundredth
+      {"10", '/', "4", "2.5"},
+      {"1", '/', "4", "0.25"},
+      {"-7", '/', "2", "-3.5"},
+      {"1", '/', "3", "error_div"},
+      {"1", '/', "8", "error_div"},
+      {"1", '/', "0", "error_div_by_0"},
+      {"0", '/', "0", "error_div_by_0"},
+      {"21474836.47", '+', "0.01", "-21474836.48"},
+      {"-21474836.48", '-', "0.01", "21474836.47"},
+      {"99999999999", '+', "0", "13161348.12"},
+      {"5368709.12", '/', "-0.01", "-21474836.48"},  // the one quotient that leaves the range
+      {"x", '+', "1", "error_bad_value"},
+      {"1", '*', "1.234", "error_bad_value"},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(std::string(r.left) + ' ' + r.op + ' ' + r.right);
+    EXPECT_EQ(apply_operator(r.left, r.right, r.op), r.expected);
+  }
+}
+
+TEST(RoundToStep, FollowsEachStrategy) {
+  using enum round_strategy;
+  struct row {
+    const char* value;
+    const char* step;
+    round_strategy strategy;
+    const char* expected;
+  };
+  const std::vector<row> rows = {
+      {"1.5", "1", up, "2"},          {"1.5", "1", down, "1"},        {"1.5", "1", nearest, "2"},
+      {"1.5", "1", to_zero, "1"},     {"-1.5", "1", up, "-1"},        {"-1.5", "1", down, "-2"},
+      {"-1.5", "1", nearest, "-2"},   {"-1.5", "1", to_zero, "-1"},   {"2.5", "1", nearest, "3"},
+      {"-2.5", "1", nearest, "-3"},   {"0.5", "1", nearest, "1"},     {"-0.5", "1", nearest, "-1"},
+      {"-1.4", "1", nearest, "-1"},   {"1.24", "0.5", nearest, "1"},  {"1.25", "0.5", nearest, "1.5"},
+      {"1.5", "0.5", up, "1.5"},      {"1.5", "0.5", down, "1.5"},    {"-1.5", "0.5", down, "-1.5"},
+      {"0.01", "1", up, "1"},         {"-0.01", "1", down, "-1"},     {"-0.01", "1", to_zero, "0"},
+      {"0", "1", up, "0"},            {"0.12", "0.25", nearest, "0"}, {"0.13", "0.25", nearest, "0.25"},
+      {"1.5", "-1", nearest, "2"},    {"1.5", "-1", up, "2"},         {"1.5", "-1", down, "1"},
+      {"15", "10", nearest, "20"},    {"14", "10", nearest, "10"},    {"1.5", "0", up, "error_div_by_0"},
+      {"1.5", "x", up, "error_bad_value"},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(std::string(r.value) + " by " + r.step + " strategy " + std::to_string(static_cast<int>(r.strategy)));
+    EXPECT_EQ(round_to_step(r.value, r.step, r.strategy), r.expected);
+  }
+}
+
+std::string invalid(const std::string& expression) {
+  return "Error in calc() for variable --v: expression (" + expression + ") is invalid.";
+}
+
+struct calc_row {
+  std::string expression;
+  std::string expected;  // the finished value, or the message
+  bool fails = false;
+};
+
+calc_row ok(std::string expression, std::string value) { return {std::move(expression), std::move(value)}; }
+calc_row bad(std::string expression, std::string message) { return {std::move(expression), std::move(message), true}; }
+calc_row invalid_as(std::string expression, const std::string& left) { return bad(std::move(expression), invalid(left)); }
+
+void check(const std::vector<calc_row>& rows) {
+  for (const calc_row& r : rows) {
+    SCOPED_TRACE("calc(" + r.expression + ")");
+    std::string expression = r.expression;
+    const auto message = evaluate_calc("--v", expression);
+    if (r.fails) {
+      EXPECT_EQ(message.value_or("(no message; value " + expression + ")"), r.expected);
+    } else {
+      EXPECT_EQ(message.value_or(""), "");
+      EXPECT_EQ(expression, r.expected);
+    }
+  }
+}
+
+TEST(EvaluateCalc, ReducesOnePiecePerPass) {
+  check({
+      ok("1 + 2 * 3", "7"), ok("(1 + 2) * 3", "9"), ok("2 * (3 + 4)", "14"), ok("2*(3+(4-1))", "12"),
+      ok("((2))", "2"), ok("8 / 2 * 3", "12"), ok("3 - 2 - 1", "0"), ok("1+2", "3"), ok("1 +2", "3"),
+      ok("1-2", "-1"), ok("2--3", "5"), ok("2*-3", "-6"), ok("1 - (-2)", "3"), ok("1\t+\r\n2", "3"),
+      ok("1      +   2", "3"), ok("2 * (3 + 4) + 1", "15"), ok("-(2)", "-2"), ok("(1 + 2) * 3px - 1px", "8px"),
+      // A sum left of a product whose factor is not yet one value goes first.
+      ok("1 + 2 * (3 + 4)", "21"), ok("round(1.5, 1) * 2 + 3", "10"),
+      // The rewriting works on the text.
+      ok("2 * 3 4", "64"), ok("2 + 3 4", "54"), ok("(1 + 2)3", "33"), ok("2(3)", "23"), ok("(2)px", "2px"),
+      ok("( 1px )", " 1px "), ok(" 3 ", " 3 "), ok("\t3\n", " 3 "), ok("1.50", "1.50"), ok("1.50 + 0", "1.5"),
+      ok("1 + 10 px", "11px"), ok("99999999999", "99999999999"), ok("1 / 2 * 4", "2"),
+  });
+}
+
+TEST(EvaluateCalc, CarriesAndChecksUnits) {
+  const std::string multiply = "Error in calc() for variable --v: cannot multiply 2 unit values.";
+  const std::string divide = "Error in calc() for variable --v: cannot divide by a unit value.";
+  const std::string different = "Error in calc() for variable --v: cannot add/subtract different unit values.";
+  const std::string mixed = "Error in calc() for variable --v: cannot add/subtract a value and a unit value.";
+  check({
+      ok("10px + 5px", "15px"), ok("10% - 5%", "5%"), ok("1em + 1em", "2em"), ok("2 * 3px", "6px"),
+      ok("3px * 2", "6px"), ok("50% * 2", "100%"), ok("6px / 2", "3px"), ok("1px / 2", "0.5px"),
+      bad("2px * 3em", multiply), bad("2px * 3px", multiply), bad("6 / 2px", divide), bad("3px / 2px", divide),
+      bad("1 / 0px", divide), bad("1px + 1em", different), bad("1% - 1px", different), bad("10px + 5", mixed),
+      bad("5 + 10px", mixed), bad("0 + 5px", mixed),
+      // The first piece decides: the product fails before the sum is looked at.
+      bad("1px + 1em * 2em", multiply), invalid_as("10PX", "10PX"), invalid_as("1rem + 1rem", "1rem + 1rem"),
+      invalid_as("2 * 10PX", "20PX"), invalid_as("1 + 1rem", "2rem"), invalid_as("10 px", "10 px"),
+  });
+}
+
+TEST(EvaluateCalc, ResultWordsMakeTheExpressionInvalid) {
+  check({
+      invalid_as("1 / 3", "error_div"), invalid_as("1 / 8", "error_div"),
+      invalid_as("1.11 * 1.11", "error_mul"), invalid_as("1000 * 1000", "error_mul"),
+      invalid_as("1 / 0", "error_div_by_0"), invalid_as("1px / 3", "error_divpx"),
+      invalid_as("1 / 3 + 1", "error_div+ 1"), invalid_as("1 / 0 + 1", "error_div_by_1"),
+      invalid_as("1 / 0 * 2", "error_div_by_0"), invalid_as("round(1.5, 0)", "error_div_by_0"),
+      invalid_as("round(1px, 0px)", "error_div_by_0px"),
+  });
+}
+
+TEST(EvaluateCalc, RejectsWhatIsNoExpression) {
+  check({
+      invalid_as("", ""), invalid_as(" \t\n", " "), invalid_as(" ( 3 ) ", "  3  "), invalid_as("-(-2)", "--2"),
+      invalid_as("- 1", "- 1"), invalid_as("1 2", "1 2"), invalid_as("1 + + 2", "1 + + 2"),
+      invalid_as("1 +", "1 +"), invalid_as("+ 1", "+ 1"), invalid_as("* 2", "* 2"), invalid_as("abc", "abc"),
+      invalid_as("min(1, 2)", "min(1, 2)"), invalid_as("sin(1)", "sin1"),
+      invalid_as("max(1 + 1, 2)", "max(2, 2)"), invalid_as("(1 + 2", "(3"), invalid_as("1 + 2)", "3)"),
+      invalid_as("()", "()"), invalid_as("1.234", "1.234"), invalid_as("1.234 * 2", "1.468"),
+      invalid_as(".5 * 2", ".10"), invalid_as("calc1", "calc1"), invalid_as("1\xC3\xA9 + 1", "1\xC3\xA9 + 1"),
+  });
+}
+
+TEST(EvaluateCalc, RoundsWhenNothingElseFits) {
+  const std::string different = "Error in round() for variable --v: cannot round different unit values.";
+  const std::string mixed = "Error in round() for variable --v: cannot round a value and a unit value.";
+  check({
+      ok("round(up, 1.5, 1)", "2"), ok("round(down, 1.5, 1)", "1"), ok("round(nearest, 1.5, 1)", "2"),
+      ok("round(to-zero, 1.5, 1)", "1"), ok("round(-2.5, 1)", "-3"), ok("round(15px, 10px)", "20px"), ok("round(14%, 10%)", "10%"),
+      ok("round(up, 14em, 10em)", "20em"), ok("round( up , 1.5 , 1 )", "2"), ok("round(up,1.5,1)", "2"),
+      ok("round(1 + 1, 1)", "2"), ok("round((1 + 1), 1)", "2"), ok("round(round(1.5, 1), 1)", "2"),
+      ok("1 + round(1.5, 1)", "3"), ok("2 * round(1.5, 1)", "4"), ok("round(1.5, 1) * 2", "4"),
+      bad("round(1.5px, 1)", mixed), bad("round(1.5, 1px)", mixed),
+      bad("round(1.5px, 0)", mixed),  // units are checked before the step
+      bad("round(1.5px, 1em)", different), invalid_as("round(1.5)", "round1.5"),
+      invalid_as("round(up, 1.5)", "round(up, 1.5)"), invalid_as("round(1, 2, 3)", "round(1, 2, 3)"),
+      invalid_as("round(UP, 1.5, 1)", "round(UP, 1.5, 1)"),
+      invalid_as("round(sideways, 1.5, 1)", "round(sideways, 1.5, 1)"),
+      invalid_as("ROUND(1.5, 1)", "ROUND(1.5, 1)"), invalid_as("round (1.5, 1)", "round (1.5, 1)"),
+      invalid_as("x round(1.5, 1) y", "x 2 y"), invalid_as("round(1, 1) round(2, 1)", "1 2"),
+  });
+}
+
+TEST(EvaluateCalc, NestsDeepWithoutRecursion) {
+  // Each level costs a pass over the whole text: quadratic by design, so the
+  // depth is kept to what runs fast under the sanitizers.
+  const int depth = 3000;
+  std::string nested = std::string(depth, '(') + "1.5px" + std::string(depth, ')');
+  ASSERT_EQ(evaluate_calc("--v", nested), std::nullopt);
+  EXPECT_EQ(nested, "1.5px");
+
+  std::string sums;
+  for (int i = 0; i < 500; ++i) sums += "(1 + ";
+  sums += "1" + std::string(500, ')');
+  ASSERT_EQ(evaluate_calc("--v", sums), std::nullopt);
+  EXPECT_EQ(sums, "501");
+}
+
+}  // namespace
+}  // namespace css_processor

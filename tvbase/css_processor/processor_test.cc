@@ -1,0 +1,207 @@
+#include <tvbase/css_processor/processor.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace css_processor {
+namespace {
+
+struct row {
+  std::string source;
+  std::string expected;              // the object's text after process()
+  std::optional<std::string> error;  // the message process() gives
+};
+
+void check(const std::vector<row>& rows) {
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.source);
+    processor sheet{std::string(r.source)};
+    EXPECT_EQ(sheet.process(), r.error);
+    EXPECT_EQ(sheet.css(), r.expected);
+  }
+}
+
+std::string undefined(const std::string& name) { return "Variable " + name + " is undefined."; }
+
+TEST(Process, RemovesComments) {
+  check({
+      {"", "", {}},
+      {"/* a */", "", {}},
+      {"a/*/b*/c", "ac", {}},
+      {"a/**/b", "ab", {}},
+      {"/* open", "/* open", {}},
+      {"p{content:\"/* x */\"}", "p{content:\"\"}", {}},
+      {"a /* x */ /* y */ b", "a   b", {}},
+      {"/* a /* b */ c", " c", {}},
+      {"a/* 1 */b/* 2 */c/* 3", "abc/* 3", {}},
+      {"p{color:red}\r\n/*x*/\r\n", "p{color:red}\r\n\r\n", {}},
+      {"\xC3\xA9/*\xFF*/\xE2\x82\xAC", "\xC3\xA9\xE2\x82\xAC", {}},
+  });
+}
+
+TEST(Process, RunsThePassesInOrder) {
+  check({
+      {"/* c */:root{--a: 1px; --b: var(--a);}p{margin:var(--b)}", "p{margin:1px}", {}},
+      {"/* :root{--a:1} */p{q:var(--a)}", "p{q:var(--a)}", undefined("--a")},
+      {":root{/*}*/--a:1}p{q:var(--a)}", "p{q:1}", {}},
+      {":root{--a:1}p{q:calc(var(--a) + 1)}", "p{q:calc(1 + 1)}", {}},
+      {"@media print{:root{--a:1}}p{q:var(--a)}", "@media print{}p{q:1}", {}},
+      {"p{q:var(--nope)}", "p{q:var(--nope)}", undefined("--nope")},
+      {":root{--a:1}\np{q:var(--a)}r{s:var(--b)}", "\np{q:var(--a)}r{s:var(--b)}", undefined("--b")},
+      {"a{b:c}\n\xC3\xA9 { x: y }", "a{b:c}\n\xC3\xA9 { x: y }", {}},
+  });
+}
+
+TEST(Process, CollectsTheFirstRootBlock) {
+  const std::string twice = "Variable name --a already defined.";
+  check({
+      {":root{}", "", {}},
+      {":root { }", "", {}},
+      {"x\n:root{--a:1}\ny", "x\n\ny", {}},
+      {"html:root{--a:1}", "html", {}},
+      {":root,body{--a:1}", ":root,body{--a:1}", {}},
+      {":root.dark{--a:1}", ":root.dark{--a:1}", {}},
+      {":ROOT{--a:1}", ":ROOT{--a:1}", {}},
+      {":root{--a:1", ":root{--a:1", {}},
+      {":root{--a: 1;;--b: 2;}", "", {}},
+      {":root{--a:1;;color:red}", ":root{;color:red}", {}},
+      {":root{color:red;--a:1}", ":root{color:red;}", {}},
+      {":root { --a: 1; color: red; --b: 2; }", ":root { color: red; }", {}},
+      {":root{color:red}", ":root{color:red}", {}},
+      {":root{--a:1;color:var(--a)}", ":root{color:1}", {}},
+      {":root{--x_y:1;--a:b}p{q:var(--a)}", ":root{--x_y:1;}p{q:b}", {}},
+      {":root{--a:1;--A:2}p{q:var(--a) var(--A)}", "p{q:1 2}", {}},
+      {":root{--a:;--b: ;}p{q:[var(--a)][var(--b)]}", "p{q:[][]}", {}},
+      {":root{--a:b:c}p{q:var(--a)}", "p{q:b:c}", {}},
+      {":root{--1:x;---:y}p{q:var(--1)var(---)}", "p{q:xy}", {}},
+      {":root{--a:calc(1 + 2);--b:calc(var(--a) * 2)}p{q:var(--b)}", "p{q:6}", {}},
+      {":root{--a:round(up, 1.5, 1)}p{q:var(--a)}", "p{q:round(up, 1.5, 1)}", {}},
+      {":root{--a:\"x;y\"}p{q:var(--a)}", ":root{y\"}p{q:\"x}", {}},
+      {":root{--a:\"x}y\"}p{q:var(--a)}", "y\"}p{q:\"x}", {}},
+      {":root{--a:1\n  2}p{q:var(--a)}s{t:var(--a)}", "p{q:1\n  2}s{t:1\n  2}", {}},
+      {":root{--a:1}:root{--b:2}p{q:var(--b)}", ":root{--b:2}p{q:var(--b)}", undefined("--b")},
+      {":root{--a:1}:root{--a:2}p{q:var(--a)}", ":root{--a:2}p{q:1}", {}},
+      {"p{--a:1}q{r:var(--a)}", "p{--a:1}q{r:var(--a)}", undefined("--a")},
+  });
+  // A failure in the block leaves the block and every reference in place.
+  check({
+      {"/**/:root{--a:1;--a:2}p{q:var(--a)}", ":root{--a:1;--a:2}p{q:var(--a)}", twice},
+      {":root{--a:1;--a:var(--nope)}", ":root{--a:1;--a:var(--nope)}", twice},
+      {":root{--a:var(--a)}", ":root{--a:var(--a)}", undefined("--a")},
+      {":root{--a:var(--b);--b:1}", ":root{--a:var(--b);--b:1}", undefined("--b")},
+      {":root{--b:1;--a:var(--b)}p{q:var(--a)}", "p{q:1}", {}},
+      {":root{--a:calc(1 + (2)}", ":root{--a:calc(1 + (2)}",
+       "Mismatched parentheses in calc() in definition for variable --a."},
+      {":root{--a:1px;--b:calc(var(--a) * 2em)}", ":root{--a:1px;--b:calc(var(--a) * 2em)}",
+       "Error in calc() for variable --b: cannot multiply 2 unit values."},
+      {":root{--w:calc(round(1.5px, 1em))}", ":root{--w:calc(round(1.5px, 1em))}",
+       "Error in round() for variable --w: cannot round different unit values."},
+      {":root{--a:calc(1 / 3)}", ":root{--a:calc(1 / 3)}",
+       "Error in calc() for variable --a: expression (error_div) is invalid."},
+  });
+}
+
+TEST(Process, RunsAgainOnItsOwnOutput) {
+  processor sheet{":root{--a:1}:root{--a:2}p{q:var(--a)}"};
+  ASSERT_EQ(sheet.process(), std::nullopt);
+  EXPECT_EQ(sheet.css(), ":root{--a:2}p{q:1}");
+  ASSERT_EQ(sheet.process(), std::nullopt);
+  EXPECT_EQ(sheet.css(), "p{q:1}");
+
+  // References left by a failed run are looked up in the next run's table.
+  sheet.set(":root{color:red}p{q:var(--x)}");
+  EXPECT_EQ(sheet.process(), undefined("--x"));
+  sheet.set(":root{--x:5}" + std::string(sheet.css()));
+  ASSERT_EQ(sheet.process(), std::nullopt);
+  EXPECT_EQ(sheet.css(), ":root{color:red}p{q:5}");
+}
+
+TEST(Processor, OwnsItsText) {
+  std::string source = "a{b:c}";
+  processor sheet{std::move(source)};
+  EXPECT_TRUE(source.empty());
+  sheet.set(std::move(sheet.css()));  // its own text: nothing changes
+  EXPECT_EQ(sheet.css(), "a{b:c}");
+
+  std::string taken = std::move(sheet.css());
+  EXPECT_EQ(taken, "a{b:c}");
+  EXPECT_EQ(sheet.css(), "");
+  EXPECT_EQ(sheet.process(), std::nullopt);
+
+  std::string next = "/*x*/y";
+  sheet.set(std::move(next));
+  EXPECT_TRUE(next.empty());
+  processor copy = sheet;
+  ASSERT_EQ(copy.process(), std::nullopt);
+  EXPECT_EQ(copy.css(), "y");
+  EXPECT_EQ(sheet.css(), "/*x*/y");
+  EXPECT_TRUE(processor{}.images().empty());
+}
+
+TEST(Images, ListsBareImageNamesOnce) {
+  struct image_row {
+    std::string text;
+    std::vector<std::string> expected;
+  };
+  const std::vector<image_row> rows = {
+      {"", {}},
+      {"p{color:red}", {}},
+      {"url(a.PnG) url(A.pNg) url(a.png)", {"a.PnG"}},
+      {"a{b:url(a.png)}c{d:URL( B.JPG )}e{f:url(b.jpg)}", {"a.png", "B.JPG"}},
+      {"url('a.png\") url(\"b.gif') url(c.jpg\")", {"a.png", "b.gif", "c.jpg"}},
+      {"url(''a.png) url(a.png\"\")", {}},
+      {"url( a.png ) url(\n\tb.png\r\n)", {"a.png", "b.png"}},
+      {"url (a.png) url(a .png)", {}},
+      {"url(a.b.png) url(-.gif) url(_.JPG) url(..png) url(.png)", {"a.b.png", "-.gif", "_.JPG", "..png"}},
+      {"url(a.png.gif)", {"a.png.gif"}},
+      {"url(a.png.txt) url(a.pngx) url(a.jpeg) url(a.svg) url(img/a.png) url(a.png?v=1) url(a%20b.png)", {}},
+      {"url() url(a.png", {}},
+      {"url(u.png)url(v.png)xurl(w.png)", {"u.png", "v.png", "w.png"}},
+      {"url(url(a.png))", {"a.png"}},
+      {"url(\xC3\xA9.png) url(b\xC3\xA9.png)", {}},
+      {"ab.png a.PNG ab.PNG", {}},
+      {"url(ab.png) url(a.png) url(AB.PNG) url(b.png)", {"ab.png", "a.png", "b.png"}},
+  };
+  for (const image_row& r : rows) {
+    SCOPED_TRACE(r.text);
+    EXPECT_EQ(processor{std::string(r.text)}.images(), r.expected);
+  }
+}
+
+TEST(Images, SeeTheTextAsItIsNow) {
+  processor sheet{"/* url(c.gif) */:root{--i:url(a.png);--j:url(x.jpg)}p{q:var(--i)}"};
+  EXPECT_EQ(sheet.images(), (std::vector<std::string>{"c.gif", "a.png", "x.jpg"}));
+  ASSERT_EQ(sheet.process(), std::nullopt);
+  EXPECT_EQ(sheet.images(), (std::vector<std::string>{"a.png"}));
+}
+
+// Sized to stay fast under the sanitizers; the benchmarks run the full sizes.
+TEST(Process, HandlesLargeInput) {
+  std::string rule = ":root{--n:7px;--m:calc(var(--n) * 2)}\np{";
+  std::string expected = "\np{";
+  for (int i = 0; i < 100000; ++i) {
+    rule += "a:var(--n) var(--m);";
+    expected += "a:7px 14px;";
+  }
+  rule += "/* " + std::string(1 << 20, '*') + " */}";
+  expected += "}";
+  processor sheet{std::move(rule)};
+  ASSERT_EQ(sheet.process(), std::nullopt);
+  EXPECT_EQ(sheet.css(), expected);
+
+  std::string deep = ":root{--d:calc(" + std::string(2000, '(') + "2 * 3" + std::string(2000, ')') + ")}x{y:var(--d)}";
+  processor nested{std::move(deep)};
+  ASSERT_EQ(nested.process(), std::nullopt);
+  EXPECT_EQ(nested.css(), "x{y:6}");
+
+  processor names{"url(" + std::string(1 << 20, 'n') + ".png) url(" + std::string(1 << 20, 'x')};
+  const auto found = names.images();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0].size(), (1u << 20) + 4);
+}
+
+}  // namespace
+}  // namespace css_processor

@@ -1,0 +1,113 @@
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <tvbase/platform/ole_time.h>
+#include <tvbase/platform/readable_memory.h>
+
+namespace {
+
+// Two pages: the first readable, the second mapped without access.
+class GuardedPage : public testing::Test {
+ protected:
+  void SetUp() override {
+    page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* map = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(map, MAP_FAILED);
+    base_ = static_cast<char*>(map);
+    ASSERT_EQ(mprotect(base_ + page_, page_, PROT_NONE), 0);
+  }
+  void TearDown() override { munmap(base_, 2 * page_); }
+  char* end() const { return base_ + page_; }
+
+  std::size_t page_ = 0;
+  char* base_ = nullptr;
+};
+
+TEST_F(GuardedPage, AnswersForRangesAroundTheGuard) {
+  EXPECT_TRUE(platform::is_readable(base_, page_));
+  EXPECT_TRUE(platform::is_readable(end() - 4, 4));
+  EXPECT_FALSE(platform::is_readable(end() - 4, 5)) << "one byte into the guard";
+  EXPECT_FALSE(platform::is_readable(end(), 1));
+  EXPECT_TRUE(platform::is_readable(end(), 0)) << "nothing asked, nothing read";
+  EXPECT_FALSE(platform::is_readable(nullptr, 1));
+  EXPECT_TRUE(platform::is_readable(nullptr, 0));
+  EXPECT_FALSE(platform::is_readable(reinterpret_cast<void*>(~std::uintptr_t{0} - 2), 8)) << "wraps";
+}
+
+TEST_F(GuardedPage, ReadsTextsOnlyThroughToTheirZero) {
+  std::size_t length = 99;
+  std::memset(base_, 'a', page_);
+  EXPECT_FALSE(platform::is_readable_text(end() - 10, length)) << "no zero before the guard";
+  end()[-1] = '\0';
+  EXPECT_TRUE(platform::is_readable_text(end() - 10, length));
+  EXPECT_EQ(length, 9u);
+  EXPECT_TRUE(platform::is_readable_text(base_, length)) << "a text of a whole page";
+  EXPECT_EQ(length, page_ - 1);
+  EXPECT_FALSE(platform::is_readable_text(static_cast<const char*>(nullptr), length));
+  EXPECT_FALSE(platform::is_readable_text(end(), length));
+
+  auto* wide_end = reinterpret_cast<wchar_t*>(end());
+  std::fill(wide_end - 8, wide_end, L'w');
+  EXPECT_FALSE(platform::is_readable_text(wide_end - 8, length));
+  wide_end[-1] = L'\0';
+  EXPECT_TRUE(platform::is_readable_text(wide_end - 8, length));
+  EXPECT_EQ(length, 7u);
+}
+
+TEST(ReadableMemory, CrossesPagesForLongTexts) {
+  const std::string text(3 * 4096 + 17, 'x');
+  std::size_t length = 0;
+  EXPECT_TRUE(platform::is_readable_text(text.c_str(), length));
+  EXPECT_EQ(length, text.size());
+  const std::wstring wide(5000, L'y');
+  EXPECT_TRUE(platform::is_readable_text(wide.c_str(), length));
+  EXPECT_EQ(length, wide.size());
+}
+
+struct date_row {
+  double date;
+  bool valid;
+  platform::calendar_time expected;
+};
+
+TEST(OleTime, ConvertsAutomationDates) {
+  const date_row rows[] = {
+      {0.0, true, {1899, 12, 30, 0, 0, 0}},
+      {1.0, true, {1899, 12, 31, 0, 0, 0}},
+      {2.0, true, {1900, 1, 1, 0, 0, 0}},
+      {60.0, true, {1900, 2, 28, 0, 0, 0}},
+      {61.0, true, {1900, 3, 1, 0, 0, 0}},
+      {36526.5, true, {2000, 1, 1, 12, 0, 0}},
+      {46056.3785069444, true, {2026, 2, 3, 9, 5, 3}},
+      {-1.25, true, {1899, 12, 29, 6, 0, 0}},   // the fraction counts forward from the day
+      {-0.25, true, {1899, 12, 30, 6, 0, 0}},
+      {0.5 / 86400.0 + 1e-9, true, {1899, 12, 30, 0, 0, 1}},  // rounded to the second
+      {1.0 - 0.1 / 86400.0, true, {1899, 12, 31, 0, 0, 0}},   // rounds up to the next day
+      {-657434.0, true, {100, 1, 1, 0, 0, 0}},
+      {2958465.0 + 86399.0 / 86400.0, true, {9999, 12, 31, 23, 59, 59}},
+      {-657435.0, false, {}},
+      {2958466.0, false, {}},
+      {NAN, false, {}},
+      {INFINITY, false, {}},
+  };
+  for (const date_row& r : rows) {
+    SCOPED_TRACE(testing::Message() << std::to_string(r.date));
+    platform::calendar_time t{};
+    ASSERT_EQ(platform::variant_time_to_calendar(r.date, t), r.valid);
+    if (!r.valid) continue;
+    EXPECT_EQ(t.year, r.expected.year);
+    EXPECT_EQ(t.month, r.expected.month);
+    EXPECT_EQ(t.day, r.expected.day);
+    EXPECT_EQ(t.hour, r.expected.hour);
+    EXPECT_EQ(t.minute, r.expected.minute);
+    EXPECT_EQ(t.second, r.expected.second);
+  }
+}
+
+}  // namespace

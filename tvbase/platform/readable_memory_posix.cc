@@ -1,0 +1,83 @@
+#include <tvbase/platform/readable_memory.h>
+
+#include <sys/uio.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+namespace platform {
+namespace {
+
+constexpr std::size_t kChunk = 4096;
+
+// Copies `size` bytes (at most kChunk) from `address` into `to` through the
+// kernel, which answers EFAULT instead of faulting. Where the kernel refuses
+// the call itself, a write into a pipe answers the same question.
+bool copy_in(const void* address, std::size_t size, void* to) noexcept {
+  if (size == 0) return true;
+  iovec local{to, size};
+  iovec remote{const_cast<void*>(address), size};
+  const ssize_t got = process_vm_readv(getpid(), &local, 1, &remote, 1, 0);
+  if (got == static_cast<ssize_t>(size)) return true;
+  if (got >= 0 || (errno != ENOSYS && errno != EPERM)) return false;
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return false;
+  const bool read_ok = write(ends[1], address, size) == static_cast<ssize_t>(size) &&
+                       read(ends[0], to, size) == static_cast<ssize_t>(size);
+  close(ends[0]);
+  close(ends[1]);
+  return read_ok;
+}
+
+// Bytes from `address` up to the end of its page, at most kChunk.
+std::size_t to_page_end(std::uintptr_t address) { return kChunk - (address % kChunk); }
+
+template <typename Char>
+bool readable_text(const Char* text, std::size_t& length) noexcept {
+  if (text == nullptr || reinterpret_cast<std::uintptr_t>(text) % alignof(Char) != 0) return false;
+  alignas(Char) unsigned char buffer[kChunk];
+  auto at = reinterpret_cast<std::uintptr_t>(text);
+  std::size_t count = 0;
+  for (;;) {
+    const std::size_t bytes = to_page_end(at) / sizeof(Char) * sizeof(Char);
+    if (!copy_in(reinterpret_cast<const void*>(at), bytes, buffer)) return false;
+    const std::size_t units = bytes / sizeof(Char);
+    for (std::size_t i = 0; i < units; ++i) {
+      Char c;
+      std::memcpy(&c, buffer + i * sizeof(Char), sizeof(Char));
+      if (c == Char{}) {
+        length = count + i;
+        return true;
+      }
+    }
+    count += units;
+    at += bytes;
+    if (at == 0) return false;  // ran off the end of the address space
+  }
+}
+
+}  // namespace
+
+bool is_readable(const void* address, std::size_t size) noexcept {
+  if (size == 0) return true;
+  if (address == nullptr) return false;
+  unsigned char buffer[kChunk];
+  auto at = reinterpret_cast<std::uintptr_t>(address);
+  if (at + size < at) return false;
+  while (size > 0) {
+    const std::size_t bytes = std::min(size, to_page_end(at));
+    if (!copy_in(reinterpret_cast<const void*>(at), bytes, buffer)) return false;
+    at += bytes;
+    size -= bytes;
+  }
+  return true;
+}
+
+bool is_readable_text(const char* text, std::size_t& length) noexcept { return readable_text(text, length); }
+bool is_readable_text(const wchar_t* text, std::size_t& length) noexcept { return readable_text(text, length); }
+
+}  // namespace platform

@@ -1,0 +1,135 @@
+#ifndef TVBASE_SYSTEM_DIR_WALK_H
+#define TVBASE_SYSTEM_DIR_WALK_H
+
+#include <tvbase/export.h>
+#include <tvbase/platform/find_data.h>
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <string>
+#include <string_view>
+
+namespace os {
+
+// What the actions of a walk see: the start folder, the current folder
+// relative to it, where the walk is (entering a folder, at an item of it, or
+// leaving it) and, at an item, its find data. Paths use '/' as separator: the
+// start path always ends in one, the subfolder is empty or ends in one.
+class TVBASE_EXPORT dir_info {
+ public:
+  enum class item_state { entering = 0, item = 1, leaving = 2 };
+
+  // Appends '/' to `path` unless it ends in one. Throws std::invalid_argument
+  // with "dir_info: path cannot be empty" for an empty path.
+  explicit dir_info(std::wstring_view path);
+
+  const std::wstring& path() const { return path_; }
+  const std::wstring& subfolder() const { return subfolder_; }
+  item_state state() const { return state_; }
+  // All zero while entering or leaving a folder.
+  const platform::find_data& data() const { return data_; }
+  std::uint32_t attributes() const { return data_.attributes; }
+  // The item's name; empty while entering or leaving a folder.
+  std::wstring_view name() const;
+
+  // True if the item is a folder, or a link to one (attribute bit 0x10).
+  // Throws std::invalid_argument with "dir_info: not an item" outside
+  // item_state::item.
+  [[nodiscard]] bool is_folder() const;
+  // True if the item's name is "." or "..".
+  [[nodiscard]] bool is_dots() const;
+
+ private:
+  friend class dir_walk;
+
+  void clear(item_state state);
+
+  std::wstring path_;
+  std::wstring subfolder_;
+  item_state state_ = item_state::entering;
+  platform::find_data data_{};
+};
+
+// Walks a folder and, as asked, its subfolders, calling a file action for each
+// file and a directory action for each folder. The walk keeps a queue of
+// folders to list instead of recursing, so the call stack stays flat whatever
+// the depth; where new subfolders join the queue picks breadth-first or
+// depth-first (pre-order) order. Items of a folder come in the order the
+// system lists them; only subfolders can be sorted. The walk never descends
+// into a symbolic link to a folder, so it cannot loop, but reports it to the
+// directory action like a folder. Any action may stop the walk.
+//
+// Failure: walk() gives list_failed, with the system's code in last_error(),
+// as soon as one folder can't be listed; an empty path throws
+// std::invalid_argument; an empty action that is needed throws
+// std::bad_function_call; an exception from an action leaves walk(). Open
+// listings are closed on every way out. One walk at a time per object.
+//
+//   os::dir_walk walker;
+//   walker.set_order(os::dir_walk::walk_order::depth_first);
+//   auto r = walker.walk(L"/srv/data",
+//       [&](const os::dir_info& i) { ++files; return os::dir_walk::file_action_result::go_on; },
+//       [](const os::dir_info&) { return os::dir_walk::directory_action_result::descend; });
+class TVBASE_EXPORT dir_walk {
+ public:
+  enum class result { finished = 0, list_failed = 1, stopped = 2 };
+  enum class file_action_result { go_on = 0, stop = 1 };
+  enum class directory_action_result { skip = 0, descend = 1, stop = 2 };
+  // Any value but 0 and 1 drops subfolders, so only the start folder is listed.
+  enum class walk_order { breadth_first = 0, depth_first = 1, no_descent = 2 };
+
+  using file_action = std::function<file_action_result(const dir_info&)>;
+  using directory_action = std::function<directory_action_result(const dir_info&)>;
+  using go_on_check = std::function<bool(const dir_info&)>;
+
+  dir_walk() = default;
+
+  // Asked before the action of each item; false stops the walk. Empty (the
+  // default) means go on.
+  void set_go_on_check(go_on_check check) { go_on_check_ = std::move(check); }
+  // Makes two extra calls per folder, in states entering and leaving: on entry
+  // the directory action and then the file action, on exit the file action
+  // and then the directory action. Any answer there but descend and go_on
+  // stops the walk, skip included. Off by default.
+  void set_report_folders(bool on) { report_folders_ = on; }
+  // Sorts the subfolders found in each folder, stably, by their relative
+  // paths with A-Z folded to a-z, so "a", "B", "c" keep that order. Off by
+  // default.
+  void set_sort_folders(bool on) { sort_folders_ = on; }
+  // Breadth-first by default.
+  void set_order(walk_order order) { order_ = order; }
+
+  // The system's code (errno here) of the last folder that couldn't be listed;
+  // kept until the next such failure, 0 before any.
+  std::uint32_t last_error() const { return last_error_; }
+
+  // Walks `path`. The actions are taken over by the object and stay in it
+  // after the walk.
+  [[nodiscard]] result walk(std::wstring_view path, file_action on_file,
+                            directory_action on_directory);
+
+ private:
+  result list_folder(dir_info& info, std::list<std::wstring>& subfolders);
+
+  file_action file_action_;
+  directory_action directory_action_;
+  go_on_check go_on_check_;
+  std::uint32_t last_error_ = 0;
+  bool report_folders_ = false;
+  bool sort_folders_ = false;
+  walk_order order_ = walk_order::breadth_first;
+};
+
+// The system's bytes for a wide path such as the walk gives, and back. Paths
+// are UTF-8 on disk; a byte that starts no valid UTF-8 sequence is held as the
+// unit 0xDC00 + byte, so any byte string survives the round trip.
+//
+//   std::string file = os::native_path(info.path() + info.subfolder() +
+//                                      std::wstring(info.name()));
+TVBASE_EXPORT std::string native_path(std::wstring_view path);
+TVBASE_EXPORT std::wstring wide_path(std::string_view path);
+
+}  // namespace os
+
+#endif  // TVBASE_SYSTEM_DIR_WALK_H

@@ -1,0 +1,512 @@
+#include <tvbase/system/dir_walk.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <tvbase/platform/dir_list.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using os::dir_info;
+using os::dir_walk;
+using file_result = dir_walk::file_action_result;
+using dir_result = dir_walk::directory_action_result;
+using state = dir_info::item_state;
+
+// A folder under /tmp, removed with all it holds at the end of the test.
+class temp_tree {
+ public:
+  temp_tree() {
+    char name[] = "/tmp/tvbase_walk_XXXXXX";
+    if (mkdtemp(name) == nullptr) throw std::runtime_error("mkdtemp failed");
+    root_ = name;
+    fs::permissions(root_, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                               fs::perms::others_read | fs::perms::others_exec);
+  }
+  ~temp_tree() {
+    std::error_code ec;
+    for (auto it = fs::recursive_directory_iterator(root_, ec); !ec && it != fs::end(it);
+         it.increment(ec)) {
+      if (it->is_directory() && !it->is_symlink())
+        fs::permissions(it->path(), fs::perms::owner_all, ec);
+    }
+    fs::remove_all(root_, ec);
+  }
+  temp_tree(const temp_tree&) = delete;
+  temp_tree& operator=(const temp_tree&) = delete;
+
+  // Folders end in '/', anything else is an empty file; parents are made.
+  void add(const std::vector<std::string>& items) const {
+    for (const std::string& item : items) {
+      const fs::path p = root_ / item;
+      if (item.back() == '/') {
+        fs::create_directories(p);
+      } else {
+        fs::create_directories(p.parent_path());
+        std::ofstream(p).put('x');
+      }
+    }
+  }
+  const fs::path& root() const { return root_; }
+  std::wstring wide() const { return platform::path_to_wide(root_.native()); }
+
+ private:
+  fs::path root_;
+};
+
+std::string narrow(std::wstring_view w) { return platform::wide_to_path(w); }
+
+// Records every call of a walk as one line: "f sub/name" for a file, "d sub/name"
+// for a folder, and "D+ sub/", "F+ sub/", "F- sub/", "D- sub/" for the extra
+// calls of the directory (D) and file (F) action at entry (+) and exit (-).
+struct recorder {
+  std::vector<std::string> calls;
+  dir_result folder_answer = dir_result::descend;
+
+  std::string line(char kind, const dir_info& info) const {
+    const std::string sub = narrow(info.subfolder());
+    switch (info.state()) {
+      case state::entering: return std::string(1, kind) + "+ " + sub;
+      case state::leaving: return std::string(1, kind) + "- " + sub;
+      default:
+        return std::string(1, static_cast<char>(kind + 32)) + " " + sub + narrow(info.name());
+    }
+  }
+  dir_walk::file_action files() {
+    return [this](const dir_info& i) {
+      calls.push_back(line('F', i));
+      return file_result::go_on;
+    };
+  }
+  dir_walk::directory_action folders() {
+    return [this](const dir_info& i) {
+      calls.push_back(line('D', i));
+      return i.state() == state::item ? folder_answer : dir_result::descend;
+    };
+  }
+  // The folders in the order they were entered (needs report folders).
+  std::vector<std::string> entered() const {
+    std::vector<std::string> out;
+    for (const std::string& c : calls) {
+      if (c.rfind("D+ ", 0) == 0) out.push_back(c.substr(3));
+    }
+    return out;
+  }
+};
+
+std::vector<std::string> sorted(std::vector<std::string> v) {
+  std::sort(v.begin(), v.end());
+  return v;
+}
+
+TEST(DirInfo, KeepsOneTrailingSeparator) {
+  const std::pair<std::wstring, std::wstring> rows[] = {
+      {L"/tmp", L"/tmp/"}, {L"/tmp/", L"/tmp/"}, {L"/", L"/"}, {L"a", L"a/"}, {L"a//", L"a//"}};
+  for (const auto& [in, out] : rows) {
+    SCOPED_TRACE(narrow(in));
+    const dir_info info(in);
+    EXPECT_EQ(info.path(), out);
+    EXPECT_TRUE(info.subfolder().empty());
+    EXPECT_EQ(info.state(), state::entering);
+    EXPECT_TRUE(info.name().empty());
+  }
+}
+
+TEST(DirInfo, RefusesEmptyPathAndItemQueriesOutsideItems) {
+  try {
+    (void)dir_info(L"");
+    FAIL() << "no exception";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_STREQ(e.what(), "dir_info: path cannot be empty");
+  }
+  try {
+    (void)dir_info(L"/").is_folder();
+    FAIL() << "no exception";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_STREQ(e.what(), "dir_info: not an item");
+  }
+  dir_walk walker;
+  EXPECT_THROW((void)walker.walk(L"", {}, {}), std::invalid_argument);
+}
+
+TEST(DirWalk, VisitsFoldersInTheAskedOrder) {
+  temp_tree tree;
+  tree.add({"a/a1/f", "a/a2/", "a/f1", "b/b1/b11/", "b/f2", "c", "A1/"});
+  struct row {
+    dir_walk::walk_order order;
+    std::vector<std::string> entered;
+  };
+  const row rows[] = {
+      {dir_walk::walk_order::breadth_first,
+       {"", "a/", "A1/", "b/", "a/a1/", "a/a2/", "b/b1/", "b/b1/b11/"}},
+      {dir_walk::walk_order::depth_first,
+       {"", "a/", "a/a1/", "a/a2/", "A1/", "b/", "b/b1/", "b/b1/b11/"}},
+      {dir_walk::walk_order::no_descent, {""}},
+      {static_cast<dir_walk::walk_order>(9), {""}},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(static_cast<int>(r.order));
+    recorder rec;
+    dir_walk walker;
+    walker.set_order(r.order);
+    walker.set_sort_folders(true);
+    walker.set_report_folders(true);
+    ASSERT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), dir_walk::result::finished);
+    EXPECT_EQ(rec.entered(), r.entered);
+    // Each entered folder is left before the next is entered.
+    for (std::size_t i = 0; i < rec.calls.size(); ++i) {
+      if (rec.calls[i].rfind("D+ ", 0) != 0 || i == 0) continue;
+      EXPECT_EQ(rec.calls[i - 1].substr(0, 2), "D-") << rec.calls[i];
+    }
+  }
+}
+
+TEST(DirWalk, UnsortedOrdersKeepTheirShape) {
+  temp_tree tree;
+  tree.add({"p/q/r/", "p/s/", "t/u/", "v/w/x/y/", "v/z/"});
+  for (auto order : {dir_walk::walk_order::breadth_first, dir_walk::walk_order::depth_first}) {
+    SCOPED_TRACE(static_cast<int>(order));
+    recorder rec;
+    dir_walk walker;
+    walker.set_order(order);
+    walker.set_report_folders(true);
+    ASSERT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), dir_walk::result::finished);
+    const std::vector<std::string> entered = rec.entered();
+    ASSERT_EQ(sorted(entered), sorted({"", "p/", "p/q/", "p/q/r/", "p/s/", "t/", "t/u/", "v/",
+                                       "v/w/", "v/w/x/", "v/w/x/y/", "v/z/"}));
+    const auto depth = [](const std::string& s) { return std::count(s.begin(), s.end(), '/'); };
+    for (std::size_t i = 1; i < entered.size(); ++i) {
+      if (order == dir_walk::walk_order::breadth_first) {
+        // A level is done before the next one starts.
+        EXPECT_LE(depth(entered[i - 1]), depth(entered[i])) << entered[i];
+      } else {
+        // Pre-order: a folder comes after its parent, and once a folder's
+        // subtree is left it is never entered again.
+        const std::string parent =
+            entered[i].substr(0, entered[i].rfind('/', entered[i].size() - 2) + 1);
+        const auto at = std::find(entered.begin(), entered.begin() + static_cast<long>(i), parent);
+        ASSERT_NE(at, entered.begin() + static_cast<long>(i)) << entered[i];
+        for (auto it = at + 1; it != entered.begin() + static_cast<long>(i); ++it) {
+          EXPECT_EQ(it->rfind(parent, 0), 0u) << *it << " sits inside the subtree of " << parent;
+        }
+      }
+    }
+  }
+}
+
+TEST(DirWalk, SortFoldsCaseAndLeavesFilesAlone) {
+  temp_tree tree;
+  tree.add({"c/", "B/", "a/", "ab/", "a-/", "Z", "y", "X", "w"});
+  recorder rec;
+  dir_walk walker;
+  walker.set_order(dir_walk::walk_order::depth_first);
+  walker.set_sort_folders(true);
+  walker.set_report_folders(true);
+  ASSERT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), dir_walk::result::finished);
+  // '-' (0x2D) is below 'b'; a plain sort by value would put "B/" first.
+  EXPECT_EQ(rec.entered(), (std::vector<std::string>{"", "a-/", "a/", "ab/", "B/", "c/"}));
+
+  // Files come in the order of the listing itself.
+  std::vector<std::string> listed;
+  std::uint32_t error = 0;
+  platform::dir_listing* listing = platform::open_dir(tree.wide(), error);
+  ASSERT_NE(listing, nullptr);
+  platform::find_data data{};
+  while (platform::read_dir(listing, data, error) == platform::read_status::item) {
+    if (!(data.attributes & platform::kAttributeDirectory))
+      listed.push_back("f " + narrow(data.file_name));
+  }
+  platform::close_dir(listing);
+  std::vector<std::string> files;
+  for (const std::string& c : rec.calls) {
+    if (c[0] == 'f' && c.find('/') == std::string::npos) files.push_back(c);
+  }
+  EXPECT_EQ(files, listed);
+}
+
+TEST(DirWalk, ReportsEntryAndExitInOrder) {
+  temp_tree tree;
+  tree.add({"empty/"});
+  recorder rec;
+  dir_walk walker;
+  walker.set_report_folders(true);
+  std::vector<bool> zero_data;
+  auto files = rec.files();
+  ASSERT_EQ(walker.walk(
+                tree.wide(),
+                [&](const dir_info& i) {
+                  if (i.state() != state::item) {
+                    const platform::find_data blank{};
+                    zero_data.push_back(std::memcmp(&blank, &i.data(), sizeof blank) == 0);
+                  }
+                  return files(i);
+                },
+                rec.folders()),
+            dir_walk::result::finished);
+  EXPECT_EQ(rec.calls, (std::vector<std::string>{"D+ ", "F+ ", "d empty", "F- ", "D- ", "D+ empty/",
+                                                 "F+ empty/", "F- empty/", "D- empty/"}));
+  EXPECT_EQ(zero_data, std::vector<bool>(4, true));
+
+  // Without the extra calls an empty folder gives nothing at all.
+  recorder quiet;
+  walker.set_report_folders(false);
+  ASSERT_EQ(walker.walk(tree.wide(), quiet.files(), quiet.folders()), dir_walk::result::finished);
+  EXPECT_EQ(quiet.calls, std::vector<std::string>{"d empty"});
+}
+
+TEST(DirWalk, StopsOnTheAnswersThatStop) {
+  temp_tree tree;
+  tree.add({"only/last"});
+  // Answer `answer` at the call numbered `at` (0-based), go on elsewhere.
+  struct row {
+    const char* name;
+    bool report;
+    std::string at;  // the recorded line that gets the answer
+    int answer;      // file_action_result or directory_action_result
+    dir_walk::result expected;
+    std::size_t calls;  // calls made in all
+  };
+  const row rows[] = {
+      {"skip at entry", true, "D+ ", 0, dir_walk::result::stopped, 1},
+      {"skip at exit", true, "D- ", 0, dir_walk::result::stopped, 5},
+      {"stop from file action at entry", true, "F+ only/", 1, dir_walk::result::stopped, 7},
+      {"stop from file action at exit", true, "F- only/", 1, dir_walk::result::stopped, 9},
+      {"stop at a folder", false, "d only", 2, dir_walk::result::stopped, 1},
+      {"skip at a folder", false, "d only", 0, dir_walk::result::finished, 1},
+      {"stop at the last file", false, "f only/last", 1, dir_walk::result::stopped, 2},
+      {"stop at the last file, with reports", true, "f only/last", 1, dir_walk::result::stopped, 8},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.name);
+    recorder rec;
+    dir_walk walker;
+    walker.set_report_folders(r.report);
+    const auto result = walker.walk(
+        tree.wide(),
+        [&](const dir_info& i) {
+          rec.calls.push_back(rec.line('F', i));
+          return rec.calls.back() == r.at ? static_cast<file_result>(r.answer) : file_result::go_on;
+        },
+        [&](const dir_info& i) {
+          rec.calls.push_back(rec.line('D', i));
+          return rec.calls.back() == r.at ? static_cast<dir_result>(r.answer) : dir_result::descend;
+        });
+    EXPECT_EQ(result, r.expected);
+    EXPECT_EQ(rec.calls.size(), r.calls) << ::testing::PrintToString(rec.calls);
+    EXPECT_EQ(rec.calls.back(), r.at);
+  }
+}
+
+TEST(DirWalk, GoOnCheckComesBeforeEachItemAction) {
+  temp_tree tree;
+  tree.add({"d/x", "e", "f"});
+  struct row {
+    int allowed;  // items the check lets through
+    dir_walk::result expected;
+  };
+  for (const row& r : {row{0, dir_walk::result::stopped}, row{2, dir_walk::result::stopped},
+                       row{3, dir_walk::result::stopped}, row{4, dir_walk::result::finished}}) {
+    SCOPED_TRACE(r.allowed);
+    recorder rec;
+    dir_walk walker;
+    int asked = 0;
+    walker.set_go_on_check([&](const dir_info& i) {
+      EXPECT_EQ(i.state(), state::item);
+      return asked++ < r.allowed;
+    });
+    EXPECT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), r.expected);
+    EXPECT_EQ(rec.calls.size(), static_cast<std::size_t>(r.allowed));
+  }
+}
+
+TEST(DirWalk, UnlistableFolderEndsTheWalk) {
+  {
+    dir_walk walker;
+    recorder rec;
+    EXPECT_EQ(walker.walk(L"/nonexistent/tvbase/folder", rec.files(), rec.folders()),
+              dir_walk::result::list_failed);
+    EXPECT_EQ(walker.last_error(), static_cast<std::uint32_t>(ENOENT));
+    EXPECT_TRUE(rec.calls.empty());
+    // The code stays after a walk that works.
+    temp_tree tree;
+    EXPECT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), dir_walk::result::finished);
+    EXPECT_EQ(walker.last_error(), static_cast<std::uint32_t>(ENOENT));
+  }
+
+  temp_tree tree;
+  tree.add({"a/locked/inner", "a/file", "b/"});
+  fs::permissions(tree.root() / "a/locked", fs::perms::none);
+  // Root lists any folder, so the walk runs in a child that gave up root.
+  int pipe_fds[2];
+  ASSERT_EQ(pipe(pipe_fds), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    close(pipe_fds[0]);
+    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(3);
+    recorder rec;
+    dir_walk walker;
+    walker.set_sort_folders(true);
+    const auto r = walker.walk(tree.wide(), rec.files(), rec.folders());
+    std::string out =
+        std::to_string(static_cast<int>(r)) + " " + std::to_string(walker.last_error());
+    for (const std::string& c : sorted(rec.calls)) out += "|" + c;
+    const bool ok = write(pipe_fds[1], out.data(), out.size()) == static_cast<ssize_t>(out.size());
+    _exit(ok ? 0 : 4);
+  }
+  close(pipe_fds[1]);
+  std::string got;
+  char buffer[512];
+  for (ssize_t n; (n = read(pipe_fds[0], buffer, sizeof buffer)) > 0;)
+    got.append(buffer, static_cast<std::size_t>(n));
+  close(pipe_fds[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 3) GTEST_SKIP() << "could not drop root to make a folder unlistable";
+  ASSERT_EQ(WEXITSTATUS(status), 0);
+  // Breadth-first and sorted: "", a/, b/, a/locked/ - everything up to the
+  // locked folder was reported, and nothing after it.
+  EXPECT_EQ(got, std::to_string(static_cast<int>(dir_walk::result::list_failed)) + " " +
+                     std::to_string(EACCES) + "|d a|d a/locked|d b|f a/file");
+}
+
+TEST(DirWalk, NeverFollowsLinksToFolders) {
+  temp_tree tree;
+  tree.add({"real/inside"});
+  fs::create_directory_symlink(tree.root(), tree.root() / "real/loop");
+  fs::create_symlink(tree.root() / "real/inside", tree.root() / "to_file");
+  fs::create_symlink(tree.root() / "missing", tree.root() / "dangling");
+  recorder rec;
+  std::map<std::string, bool> folder;
+  dir_walk walker;
+  auto files = rec.files();
+  auto folders = rec.folders();
+  ASSERT_EQ(walker.walk(
+                tree.wide(),
+                [&](const dir_info& i) {
+                  folder[narrow(i.name())] = i.is_folder();
+                  return files(i);
+                },
+                [&](const dir_info& i) {
+                  folder[narrow(i.name())] = i.is_folder();
+                  return folders(i);
+                }),
+            dir_walk::result::finished);
+  EXPECT_EQ(sorted(rec.calls),
+            sorted({"d real", "f real/inside", "d real/loop", "f to_file", "f dangling"}));
+  EXPECT_EQ(folder, (std::map<std::string, bool>{{"real", true},
+                                                 {"inside", false},
+                                                 {"loop", true},
+                                                 {"to_file", false},
+                                                 {"dangling", false}}));
+}
+
+TEST(DirWalk, NamesThatAreNotUtf8SurviveTheRoundTrip) {
+  temp_tree tree;
+  tree.add({"caf\xC3\xA9/\xF0\x9F\x98\x80", "bad\xFF/x\xE9y", "\xED\xB2\x80/"});
+  recorder rec;
+  dir_walk walker;
+  std::vector<std::wstring> names;
+  auto files = rec.files();
+  ASSERT_EQ(walker.walk(
+                tree.wide(),
+                [&](const dir_info& i) {
+                  names.emplace_back(i.name());
+                  return files(i);
+                },
+                rec.folders()),
+            dir_walk::result::finished);
+  EXPECT_EQ(sorted(rec.calls), sorted({"d caf\xC3\xA9", "d bad\xFF", "d \xED\xB2\x80",
+                                       "f caf\xC3\xA9/\xF0\x9F\x98\x80", "f bad\xFF/x\xE9y"}));
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::wstring>{{L'x', wchar_t{0xDCE9}, L'y'},
+                                              {wchar_t{0xD83D}, wchar_t{0xDE00}}}));
+}
+
+TEST(DirWalk, ClosesListingsWhenAnActionThrows) {
+  temp_tree tree;
+  tree.add({"a/b/c/d/file"});
+  const auto open_fds = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  const auto before = open_fds();
+  dir_walk walker;
+  walker.set_order(dir_walk::walk_order::depth_first);
+  EXPECT_THROW(
+      (void)walker.walk(
+          tree.wide(), [](const dir_info&) -> file_result { throw std::runtime_error("no"); },
+          [](const dir_info&) { return dir_result::descend; }),
+      std::runtime_error);
+  EXPECT_EQ(open_fds(), before);
+  // An empty action is called only where it is needed.
+  EXPECT_THROW(
+      (void)walker.walk(tree.wide(), {}, [](const dir_info&) { return dir_result::descend; }),
+      std::bad_function_call);
+  EXPECT_EQ(walker.walk(tree.wide(), {}, [](const dir_info&) { return dir_result::skip; }),
+            dir_walk::result::finished);
+  EXPECT_EQ(open_fds(), before);
+}
+
+TEST(DirWalk, DeepTreesKeepTheStackFlat) {
+  temp_tree tree;
+  std::string deep;
+  for (int i = 0; i < 400; ++i) deep += "d/";
+  tree.add({deep + "leaf"});
+  for (auto order : {dir_walk::walk_order::breadth_first, dir_walk::walk_order::depth_first}) {
+    SCOPED_TRACE(static_cast<int>(order));
+    recorder rec;
+    dir_walk walker;
+    walker.set_order(order);
+    ASSERT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), dir_walk::result::finished);
+    ASSERT_EQ(rec.calls.size(), 401u);
+    EXPECT_EQ(rec.calls.back(), "f " + deep + "leaf");
+  }
+}
+
+TEST(PathConversion, RoundTripsEveryByteString) {
+  struct row {
+    std::string bytes;
+    std::wstring wide;
+  };
+  const row rows[] = {
+      {"", L""},
+      {"abc", L"abc"},
+      {"\xC3\xA9", L"\u00E9"},
+      {"\xE2\x82\xAC", L"\u20AC"},
+      {"\xF0\x9F\x98\x80", {wchar_t{0xD83D}, wchar_t{0xDE00}}},
+      {"\xFF", {wchar_t{0xDCFF}}},
+      {"\xC3", {wchar_t{0xDCC3}}},                                            // cut short
+      {"\xC0\xAF", {wchar_t{0xDCC0}, wchar_t{0xDCAF}}},                       // overlong
+      {"\xED\xA0\x80", {wchar_t{0xDCED}, wchar_t{0xDCA0}, wchar_t{0xDC80}}},  // surrogate
+      {"\xF4\x90\x80\x80", {wchar_t{0xDCF4}, wchar_t{0xDC90}, wchar_t{0xDC80}, wchar_t{0xDC80}}},
+      {"a\xE2\x82z", {L'a', wchar_t{0xDCE2}, wchar_t{0xDC82}, L'z'}},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.bytes);
+    EXPECT_EQ(platform::path_to_wide(r.bytes), r.wide);
+    EXPECT_EQ(platform::wide_to_path(r.wide), r.bytes);
+  }
+  // A name that doesn't fit is cut at a whole character.
+  wchar_t small[3];
+  EXPECT_EQ(platform::path_to_wide("a\xF0\x9F\x98\x80", small, 3), 1u);
+  EXPECT_EQ(small[1], L'\0');
+}
+
+}  // namespace
