@@ -20,6 +20,7 @@
 #include <tvbase/frame/thread_slot.h>
 #include <tvbase/platform/file.h>
 #include <tvbase/platform/process.h>
+#include <tvbase/testing/allocation_counter.h>
 #include <tvbase/trace/log_cfg.h>
 #include <tvbase/trace/log_sink.h>
 #include <tvbase/trace/test_support.h>
@@ -354,6 +355,35 @@ TEST_F(TraceTest, ThreadsWriteWholeLines) {
                                      R"((Worker\( int\(\d+\) \)|    Worker return))"))
         << line;
   }
+}
+
+TEST_F(TraceTest, NoAllocationAfterTheFirstCall) {
+  if (!testing_support::allocations_counted()) GTEST_SKIP() << "operator new is not counted";
+  TvLogSink off = sink_;
+  off.file = -1;
+  const struct {
+    const char* what;
+    TvLogSink* sink;
+  } rows[] = {{"trace off", &off}, {"trace on", &sink_}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    trace::use_sink(row.sink);
+    long states = -1, allocations = -1;
+    std::thread([&] {
+      { TvFuncLog first("First"); }  // makes the thread's state
+      states = frame::live_thread_states();
+      allocations = testing_support::allocations();
+      for (int i = 0; i < 100; ++i) {
+        TvFuncLog log("F", TvFuncLog::eLogFilter0, Number{i});
+        log.WriteLineFormat("%d", i);
+      }
+      states = frame::live_thread_states() - states;
+      allocations = testing_support::allocations() - allocations;
+    }).join();
+    EXPECT_EQ(states, 0);
+    EXPECT_EQ(allocations, 0);
+  }
+  trace::use_sink(&sink_);
 }
 
 TEST(ThreadState, NeverTracedThreadHasNothingToFree) {
