@@ -58,8 +58,8 @@ do that when no other logtune or program is changing the record).
 exit status: 0 success, 1 failure, 2 usage error
 )";
 
-// 20 attempts, 100 ms apart.
-constexpr unsigned kAttemptsBeforeNotice = 20;
+// The 21st failed attempt comes after 20 sleeps of 100 ms: 2 seconds.
+constexpr unsigned kAttemptsBeforeNotice = 21;
 
 void notice_waiting(unsigned attempts) {
   if (attempts != kAttemptsBeforeNotice) return;
