@@ -4,7 +4,7 @@
 set -uo pipefail
 build=${1:-build/default}
 cd "$(dirname "$0")/.."
-export PATH="$PWD/$build/tools/tvbase:$PATH"
+export PATH="$PWD/$build/tools/tvbase:$PWD/$build/tools/logtune:$PWD/$build/examples/traced_app:$PATH"
 
 # Prints the command as one would type it, then runs it. With INPUT set, the
 # command reads that file on standard input.
@@ -71,3 +71,19 @@ show tvbase html --strict examples/html/page.html
 show tvbase html examples/html/unclosed.html
 show tvbase html --strict examples/html/unclosed.html
 show tvbase html --strict examples/html/broken-quote.html
+
+section "Call tracing"
+cfg="$build/examples/traced_app/TvLog.cfg"
+logs=$(mktemp -d)
+show logtune save "$cfg" --folder "$logs/" --programs traced_app --users "*" --filter0 --filter1
+show logtune show "$cfg"
+show traced_app
+for log in "$logs"/*.log; do
+  [[ -e "$log" ]] || continue
+  printf '\n$ cat %q  (lines end in CR LF)\n' "$log"
+  tr -d '\r' < "$log"
+done
+rm -f "$cfg"
+rm -rf "$logs"
+printf '\nWithout TvLog.cfg (and with the shared record not set) the same program writes no log:\n'
+show traced_app

@@ -1,0 +1,123 @@
+// The call trace: the cost of a scope with the trace off, and lines per
+// second with it on, beside spdlog's basic_file_sink_mt flushed after every
+// line (the same two lines, from 1 and 2 threads).
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <benchmark/benchmark.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <tvbase/platform/file.h>
+#include <tvbase/trace/func_log.h>
+#include <tvbase/trace/log_sink.h>
+
+namespace {
+
+// A parameter in the form of the typed formatters: "int(%d)".
+struct Int {
+  int value;
+};
+const TvFuncLog& operator<<(const TvFuncLog& log, const Int& n) {
+  return log.WriteAppendFormat("int(%d)", n.value);
+}
+
+std::string scratch_folder() {
+  static const std::string folder = [] {
+    std::string pattern = (std::filesystem::temp_directory_path() / "tvbase-bench-XXXXXX").string();
+    return ::mkdtemp(pattern.data()) != nullptr ? pattern + "/" : std::string("/tmp/");
+  }();
+  return folder;
+}
+
+// Installs a sink for the length of one benchmark run: off (no file), or a
+// fresh file in the scratch folder.
+class sink_scope {
+ public:
+  enum kind { off, file };
+  explicit sink_scope(kind k) {
+    sink_.enabled[0] = sink_.enabled[1] = true;
+    if (k == file) {
+      path_ = scratch_folder() + "trace.log";
+      sink_.file = platform::create_log_file(path_.c_str());
+    }
+    before_ = trace::use_sink(&sink_);
+  }
+  ~sink_scope() {
+    trace::use_sink(before_);
+    platform::close_file(sink_.file);
+    if (!path_.empty()) std::filesystem::remove(path_);
+  }
+
+ private:
+  TvLogSink sink_;
+  TvLogSink* before_ = nullptr;
+  std::string path_;
+};
+
+// One scope with the trace off: a thread-local lookup and a counter.
+void BM_TraceOff(benchmark::State& state) {
+  const sink_scope off(sink_scope::off);
+  for (auto _ : state) {
+    TvFuncLog log("Foo");
+    benchmark::DoNotOptimize(&log);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_TraceOff);
+
+// Building one line with three formatted items, with no file to hand it to:
+// all the work of a line but the write.
+void BM_TraceBuildLine(benchmark::State& state) {
+  const sink_scope off(sink_scope::off);
+  const TvFuncLog log("Foo");
+  for (auto _ : state) {
+    log.WriteLineFormat("int(%d), int(%d), int(%d)", 3, 7, -12);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_TraceBuildLine);
+
+std::unique_ptr<sink_scope> g_file_sink;
+
+// An enter line with three parameters and its return line, into a file.
+void BM_TraceToFile(benchmark::State& state) {
+  if (state.thread_index() == 0) g_file_sink = std::make_unique<sink_scope>(sink_scope::file);
+  for (auto _ : state) {
+    TvFuncLog log("Foo", TvFuncLog::eLogFilter0, Int{3}, Int{7}, Int{-12});
+  }
+  state.SetItemsProcessed(2 * state.iterations());
+  if (state.thread_index() == 0) g_file_sink.reset();
+}
+BENCHMARK(BM_TraceToFile)->Threads(1)->Threads(2)->UseRealTime();
+
+std::shared_ptr<spdlog::logger> g_spdlog;
+
+// The same two lines through spdlog, flushed after every line.
+void BM_SpdlogBasicFileSinkMt(benchmark::State& state) {
+  if (state.thread_index() == 0) {
+    g_spdlog = std::make_shared<spdlog::logger>(
+        "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>(scratch_folder() + "spd.log",
+                                                                     true));
+    g_spdlog->set_pattern("%d/%m/%Y %H:%M:%S.%e %t %v");
+    g_spdlog->flush_on(spdlog::level::trace);
+  }
+  for (auto _ : state) {
+    g_spdlog->info("Foo( int({}), int({}), int({}) )", 3, 7, -12);
+    g_spdlog->info("    Foo return");
+  }
+  state.SetItemsProcessed(2 * state.iterations());
+  if (state.thread_index() == 0) {
+    g_spdlog.reset();
+    std::filesystem::remove(scratch_folder() + "spd.log");
+  }
+}
+BENCHMARK(BM_SpdlogBasicFileSinkMt)->Threads(1)->Threads(2)->UseRealTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,42 @@
+#ifndef TVBASE_PLATFORM_FILE_H
+#define TVBASE_PLATFORM_FILE_H
+
+// Plain file access for the log configuration and the log file. Descriptors
+// are ints; -1 stands for none. Error codes are the system's (errno).
+
+#include <cstddef>
+
+namespace platform {
+
+// Creates the log file at `path`, replacing a file of that name, for writing
+// (mode 0644 before the umask, closed across exec). Never follows a symbolic
+// link planted at the name: that fails. Gives -1 on failure.
+int create_log_file(const char* path) noexcept;
+
+// Writes `text` and then `tail` with one system call, to the file's current
+// end. The result is not reported: a failed or short write loses the line.
+void write_line(int file, const char* text, std::size_t length, const char* tail,
+                std::size_t tail_length) noexcept;
+
+void close_file(int file) noexcept;
+
+// Removes the file called `path`; false if that failed.
+bool remove_file(const char* path) noexcept;
+
+// Reads up to `size` bytes from the start of the file at `path`. Gives the
+// number read, which is less than `size` only at the file's end, or -1 if
+// the file can't be opened or read.
+long read_file_start(const char* path, void* out, std::size_t size) noexcept;
+
+// Creates or replaces the file at `path` with the `size` bytes at `data`.
+// Gives 0, or the system's error code of the create or the write that
+// failed.
+unsigned long write_whole_file(const char* path, const void* data, std::size_t size) noexcept;
+
+// Writes `text` and then `tail` to standard error with one system call.
+void write_stderr(const char* text, std::size_t length, const char* tail,
+                  std::size_t tail_length) noexcept;
+
+}  // namespace platform
+
+#endif  // TVBASE_PLATFORM_FILE_H

@@ -1,0 +1,497 @@
+#include <tvbase/trace/func_log.h>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <re2/re2.h>
+
+#include <tvbase/frame/shared_data.h>
+#include <tvbase/frame/thread_slot.h>
+#include <tvbase/platform/file.h>
+#include <tvbase/platform/process.h>
+#include <tvbase/testing/allocation_counter.h>
+#include <tvbase/trace/log_cfg.h>
+#include <tvbase/trace/log_sink.h>
+#include <tvbase/trace/test_support.h>
+#include <tvbase/trace/thread_state.h>
+
+namespace {
+
+using trace_test::temp_dir;
+
+// Parameter types streamed in the way the typed formatters do it.
+struct Item {
+  const char* text;
+};
+const TvFuncLog& operator<<(const TvFuncLog& log, const Item& item) {
+  return log.WriteAppend(item.text);
+}
+struct Number {
+  int value;
+};
+const TvFuncLog& operator<<(const TvFuncLog& log, const Number& n) {
+  return log.WriteAppendFormat("int(%d)", n.value);
+}
+// A pointer prefix: the next item continues it without a separator.
+struct Pointer {
+  const char* prefix;
+};
+const TvFuncLog& operator<<(const TvFuncLog& log, const Pointer& p) {
+  log.WriteAppend(p.prefix);
+  frame::thread_state()->glue = true;
+  return log;
+}
+
+constexpr std::size_t kHead = 32;  // "03/02/2026 09:05:07.012 00001a2c"
+
+// Every test writes through a sink of its own, into a temporary file.
+class TraceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    path_ = dir_.path() + "trace.log";
+    sink_.file = platform::create_log_file(path_.c_str());
+    ASSERT_GE(sink_.file, 0);
+    sink_.enabled[0] = sink_.enabled[1] = true;
+    before_ = trace::use_sink(&sink_);
+    ASSERT_NE(frame::thread_state(), nullptr);
+    depth_ = frame::thread_state()->depth;
+  }
+  void TearDown() override {
+    trace::use_sink(before_);
+    platform::close_file(sink_.file);
+    platform::set_activation_context_stand_in(0, false);
+    EXPECT_EQ(frame::thread_state()->depth, depth_) << "depth not balanced";
+  }
+
+  std::string text() const { return trace_test::read_file(path_); }
+
+  // The lines written so far, each without its date, time and thread, which
+  // are checked here.
+  std::vector<std::string> tails(std::size_t prefix = 0) const {
+    std::vector<std::string> out;
+    const std::string all = text();
+    EXPECT_TRUE(all.empty() || all.ends_with("\r\n"));
+    char thread[9];
+    std::snprintf(thread, sizeof thread, "%08x", platform::thread_id());
+    for (const std::string& line : trace_test::split_lines(all, "\r\n")) {
+      if (line.size() < prefix + kHead) {
+        out.push_back("<short> " + line);
+        continue;
+      }
+      const std::string head = line.substr(prefix, kHead);
+      EXPECT_TRUE(RE2::FullMatch(head, R"(\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} [0-9a-f]{8})"))
+          << head;
+      EXPECT_EQ(head.substr(24), thread);
+      out.push_back(line.substr(0, prefix) + line.substr(prefix + kHead));
+    }
+    return out;
+  }
+
+  temp_dir dir_;
+  std::string path_;
+  TvLogSink sink_;
+  TvLogSink* before_ = nullptr;
+  int depth_ = 0;
+};
+
+void Inner() {
+  TvFuncLog log("Inner");
+  log.WriteLine("inside");
+}
+
+void Outer() {
+  TvFuncLog log("Outer");
+  Inner();
+  log.WriteLineFormat("n=%d", 5);
+}
+
+TEST_F(TraceTest, LineLayouts) {
+  const struct {
+    const char* what;
+    bool enabled0, enabled1;
+    std::function<void()> body;
+    std::vector<std::string> expected;
+  } rows[] = {
+      {"nested calls", true, true, Outer,
+       {" Outer(  )", "     Inner(  )", "         Inner: inside", "         Inner return",
+        "     Outer: n=5", "     Outer return"}},
+      {"parameters", true, true,
+       [] { TvFuncLog log("F", TvFuncLog::eLogFilter0, Item{"a"}, Number{2}, Item{"c"}); },
+       {" F( a, int(2), c )", "     F return"}},
+      {"one parameter", true, true, [] { TvFuncLog log("F", TvFuncLog::eLogFilter1, Number{-1}); },
+       {" F( int(-1) )", "     F return"}},
+      {"pointer prefix glues", true, true,
+       [] {
+         TvFuncLog log("P", TvFuncLog::eLogFilter0, Item{"a"}, Pointer{"0012ff00->"}, Number{5},
+                       Pointer{"0012ff04->"}, Item{"x"});
+       },
+       {" P( a, 0012ff00->int(5), 0012ff04->x )", "     P return"}},
+      {"pointer first", true, true,
+       [] { TvFuncLog log("P", TvFuncLog::eLogFilter0, Pointer{"00000000->"}, Item{"?"}); },
+       {" P( 00000000->? )", "     P return"}},
+      {"disabled class: text only", true, false,
+       [] {
+         TvFuncLog log("Quiet", TvFuncLog::eLogFilter1);
+         log.WriteLine("still");
+       },
+       {"     Quiet: still"}},
+      {"filter 7 is class 0", true, false,
+       [] { TvFuncLog log("Seven", static_cast<TvFuncLog::eLogFilter>(7)); },
+       {" Seven(  )", "     Seven return"}},
+      {"class 0 disabled", false, true, [] { TvFuncLog log("Zero"); }, {}},
+      {"depth comes back after a disabled call", false, true,
+       [] {
+         { TvFuncLog quiet("Quiet"); }
+         TvFuncLog log("Loud", TvFuncLog::eLogFilter1);
+       },
+       {" Loud(  )", "     Loud return"}},
+      {"exception in flight", true, true,
+       [] {
+         try {
+           TvFuncLog log("Thrower");
+           throw std::runtime_error("x");
+         } catch (const std::runtime_error&) {
+           TvFuncLog after("Catcher");
+         }
+       },
+       {" Thrower(  )", "!    Thrower return", " Catcher(  )", "     Catcher return"}},
+      {"explicit lines", true, true,
+       [] {
+         TvFuncLog log;  // inert: made without EnterFunc
+         log.WriteLine("nothing");
+         TvFuncLog named("N", TvFuncLog::eLogFilter0);
+         named.LogFuncAndParm();
+         named.WriteLineFormat("%s|%5.1f|%x", "s", 2.25, 255u);
+       },
+       {" N(  )", " N(  )", "     N: s|  2.2|ff", "     N return"}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    ASSERT_EQ(::ftruncate(sink_.file, 0), 0);
+    ASSERT_EQ(::lseek(sink_.file, 0, SEEK_SET), 0);
+    sink_.enabled[0] = row.enabled0;
+    sink_.enabled[1] = row.enabled1;
+    row.body();
+    EXPECT_EQ(tails(), row.expected);
+    EXPECT_EQ(frame::thread_state()->depth, depth_);
+  }
+}
+
+TEST_F(TraceTest, LineLimits) {
+  const std::string long_text(9000, 'x');
+  const std::string name_fits(8191 - 33, 'n');   // the head fills the line
+  const std::string name_over(8191 - 32, 'n');   // one more: dropped whole
+  const std::string items(8150, 'a');  // leaves room for ", " and 3 more
+  const struct {
+    const char* what;
+    std::function<void()> body;
+    std::size_t index;     // of the line looked at
+    std::string expected;  // after the head's first 32 characters
+    std::size_t length;    // of the whole line
+  } rows[] = {
+      {"plain text is cut", [&] { TvFuncLog("T").WriteLine(long_text.c_str()); }, 1,
+       "     T: " + long_text.substr(0, 8191 - 40), 8191},
+      {"formatted item is dropped",
+       [&] { TvFuncLog("T").WriteLineFormat("%s", long_text.c_str()); }, 1, "     T: ", 40},
+      {"head that just fits", [&] { TvFuncLog log(name_fits.c_str()); }, 0, " " + name_fits, 8191},
+      {"head one over", [&] { TvFuncLog log(name_over.c_str()); }, 0, "", 4},
+      {"formatted parameter dropped, separator kept",
+       [&] { TvFuncLog log("F", TvFuncLog::eLogFilter0, Item{items.c_str()}, Number{123456789}); },
+       0, " F( " + items + ",  )", 32 + 4 + 8150 + 4},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    ASSERT_EQ(::ftruncate(sink_.file, 0), 0);
+    ASSERT_EQ(::lseek(sink_.file, 0, SEEK_SET), 0);
+    row.body();
+    const std::vector<std::string> lines = trace_test::split_lines(text(), "\r\n");
+    ASSERT_GT(lines.size(), row.index);
+    const std::string& line = lines[row.index];
+    EXPECT_EQ(line.size(), row.length);
+    if (row.length == 4) {
+      EXPECT_EQ(line, "(  )") << "only what follows the head";
+    } else {
+      EXPECT_EQ(line.substr(kHead), row.expected);
+    }
+  }
+}
+
+TEST_F(TraceTest, DeepCallsDropTheHead) {
+  const struct {
+    int depth;
+    bool head_kept;
+  } rows[] = {{2000, true}, {2038, true}, {2039, false}, {100000, false}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.depth);
+    ASSERT_EQ(::ftruncate(sink_.file, 0), 0);
+    ASSERT_EQ(::lseek(sink_.file, 0, SEEK_SET), 0);
+    TvFuncLog log("Deep");
+    TvLogThreadState& state = *frame::thread_state();
+    const int kept = state.depth;
+    state.depth = row.depth;  // head: 33 + 4 * depth + 4 of 8,191 characters
+    log.WriteLine("tail");
+    state.depth = kept;
+    const std::vector<std::string> lines = trace_test::split_lines(text(), "\r\n");
+    ASSERT_EQ(lines.size(), 2u);
+    if (row.head_kept) {
+      EXPECT_EQ(lines[1].substr(kHead, 1 + 4 * row.depth + 4),
+                " " + std::string(4 * row.depth, ' ') + "Deep");
+    } else {
+      EXPECT_EQ(lines[1], ": tail");
+    }
+  }
+}
+
+TEST_F(TraceTest, ActivationContext) {
+  sink_.actCtx = true;
+  const struct {
+    const char* what;
+    std::uint32_t enter, exit;
+    bool enter_fails, exit_fails;
+    std::vector<std::string> expected;
+  } rows[] = {
+      {"unchanged", 0x11, 0x11, false, false, {"(00000011)  F(  )", "(00000011)      F return"}},
+      {"changed", 0x11, 0x22, false, false,
+       {"(00000011)  F(  )", "(00000022)      F return !!! Activation context has changed !!!"}},
+      {"failing", 0, 0, true, true, {"(abcd9876)  F(  )", "(abcd9876)      F return"}},
+      {"failing at the end", 0xABCD9876, 0, false, true,
+       {"(abcd9876)  F(  )", "(abcd9876)      F return"}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    ASSERT_EQ(::ftruncate(sink_.file, 0), 0);
+    ASSERT_EQ(::lseek(sink_.file, 0, SEEK_SET), 0);
+    platform::set_activation_context_stand_in(row.enter, row.enter_fails);
+    {
+      TvFuncLog log("F");
+      platform::set_activation_context_stand_in(row.exit, row.exit_fails);
+    }
+    EXPECT_EQ(tails(11), row.expected);
+  }
+}
+
+// Runs `body` with standard error going to a file, and gives what it got.
+std::string capture_stderr(const std::string& path, const std::function<void()>& body) {
+  std::fflush(stderr);
+  const int saved = ::dup(2);
+  const int file = ::open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
+  ::dup2(file, 2);
+  ::close(file);
+  body();
+  ::dup2(saved, 2);
+  ::close(saved);
+  return trace_test::read_file(path);
+}
+
+TEST_F(TraceTest, DebugEcho) {
+  const std::string echo_path = dir_.path() + "stderr";
+  sink_.debugEcho = true;
+  const std::string echoed = capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); });
+  const std::vector<std::string> echo_lines = trace_test::split_lines(echoed, "\n");
+  const std::vector<std::string> file_lines = trace_test::split_lines(text(), "\r\n");
+  ASSERT_EQ(echo_lines.size(), 3u);
+  EXPECT_EQ(echo_lines, file_lines) << "the same lines, ended by LF only";
+  EXPECT_EQ(echoed.find('\r'), std::string::npos);
+
+  TvLogSink no_file = sink_;
+  no_file.file = -1;
+  trace::use_sink(&no_file);
+  EXPECT_EQ(capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); }), "");
+  trace::use_sink(&sink_);
+}
+
+TEST_F(TraceTest, WithoutAFileNothingIsWrittenButDepthIsKept) {
+  TvLogSink no_file = sink_;
+  no_file.file = -1;
+  trace::use_sink(&no_file);
+  {
+    TvFuncLog log("F");
+    EXPECT_FALSE(log.IsEnabled());
+    EXPECT_EQ(frame::thread_state()->depth, depth_ + 1);
+    log.WriteLine("formatted, not written");
+    EXPECT_EQ(frame::thread_state()->length, 0u);
+  }
+  trace::use_sink(&sink_);
+  EXPECT_EQ(text(), "");
+}
+
+TEST_F(TraceTest, AssignmentCopiesTheScope) {
+  {
+    TvFuncLog first("A");
+    TvFuncLog second;
+    EXPECT_FALSE(second.IsEnabled());
+    second = first;
+    EXPECT_TRUE(second.IsEnabled());
+    frame::thread_state()->depth += 1;  // both end the scope
+  }
+  EXPECT_EQ(tails(), (std::vector<std::string>{" A(  )", "         A return", "     A return"}));
+}
+
+TEST_F(TraceTest, ThreadsWriteWholeLines) {
+  constexpr int kLines = 500;
+  const auto work = [] {
+    for (int i = 0; i < kLines; ++i) {
+      TvFuncLog log("Worker", TvFuncLog::eLogFilter0, Number{i});
+    }
+  };
+  std::thread a(work), b(work);
+  a.join();
+  b.join();
+  const std::vector<std::string> lines = trace_test::split_lines(text(), "\r\n");
+  ASSERT_EQ(lines.size(), 4u * kLines);
+  for (const std::string& line : lines) {
+    ASSERT_TRUE(RE2::FullMatch(line, R"(\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} [0-9a-f]{8} )"
+                                     R"((Worker\( int\(\d+\) \)|    Worker return))"))
+        << line;
+  }
+}
+
+TEST_F(TraceTest, NoAllocationAfterTheFirstCall) {
+  if (!testing_support::allocations_counted()) GTEST_SKIP() << "operator new is not counted";
+  TvLogSink off = sink_;
+  off.file = -1;
+  const struct {
+    const char* what;
+    TvLogSink* sink;
+  } rows[] = {{"trace off", &off}, {"trace on", &sink_}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    trace::use_sink(row.sink);
+    long states = -1, allocations = -1;
+    std::thread([&] {
+      { TvFuncLog first("First"); }  // makes the thread's state
+      states = frame::live_thread_states();
+      allocations = testing_support::allocations();
+      for (int i = 0; i < 100; ++i) {
+        TvFuncLog log("F", TvFuncLog::eLogFilter0, Number{i});
+        log.WriteLineFormat("%d", i);
+      }
+      states = frame::live_thread_states() - states;
+      allocations = testing_support::allocations() - allocations;
+    }).join();
+    EXPECT_EQ(states, 0);
+    EXPECT_EQ(allocations, 0);
+  }
+  trace::use_sink(&sink_);
+}
+
+TEST(ThreadState, NeverTracedThreadHasNothingToFree) {
+  const long live = frame::live_thread_states();
+  void* seen = reinterpret_cast<void*>(7);
+  std::thread([&] { seen = frame::thread_slot_value(); }).join();
+  EXPECT_EQ(seen, nullptr);
+  EXPECT_EQ(frame::live_thread_states(), live);
+}
+
+TEST(ThreadState, IsFreedWhenItsThreadEnds) {
+  const long live = frame::live_thread_states();
+  long during = 0;
+  std::thread([&] {
+    TvFuncLog log("T");
+    during = frame::live_thread_states();
+  }).join();
+  EXPECT_EQ(during, live + 1);
+  EXPECT_EQ(frame::live_thread_states(), live);
+}
+
+TEST(ThreadState, FailedAllocationMakesTheThreadInert) {
+  const long live = frame::live_thread_states();
+  bool enabled = true;
+  void* slot = nullptr;
+  std::thread([&] {
+    frame::set_thread_slot_value(frame::kNoThreadState);
+    TvFuncLog log("T");
+    log.WriteLine("x");
+    enabled = log.IsEnabled();
+    slot = frame::thread_slot_value();
+  }).join();
+  EXPECT_FALSE(enabled);
+  EXPECT_EQ(slot, frame::kNoThreadState) << "not tried again";
+  EXPECT_EQ(frame::live_thread_states(), live);
+}
+
+// A sink built from a real configuration, as at load.
+class SinkTest : public ::testing::Test {
+ protected:
+  static platform::local_time fixed_time() { return {2026, 2, 3, 9, 5, 7, 12}; }
+  void configure(bool delete_on_close) {
+    TvLogCfg cfg{};
+    ASSERT_TRUE(trace::FillLogCfg(
+        cfg, {dir_.path().c_str(), delete_on_close, false, "*", "*", "", true, true}));
+    trace_test::write_file(dir_.path() + "TvLog.cfg",
+                           std::string(reinterpret_cast<const char*>(&cfg), sizeof cfg));
+  }
+  trace::activation_env env() {
+    program_ = dir_.path() + "app";
+    return {program_.c_str(), nullptr, platform::process_id(), fixed_time};
+  }
+  std::string log_path() const {
+    return dir_.path() + "app." + std::to_string(platform::process_id()) +
+           " 03-02-2026 09.05.07.012.log";
+  }
+
+  temp_dir dir_;
+  std::string program_;
+  TvSharedData shared_{};
+};
+
+TEST_F(SinkTest, DeleteOnClose) {
+  for (const bool delete_on_close : {false, true}) {
+    SCOPED_TRACE(delete_on_close);
+    configure(delete_on_close);
+    TvLogSink sink;
+    sink.Build(shared_, env());
+    ASSERT_GE(sink.file, 0);
+    sink.Write("line", 4);
+    EXPECT_EQ(trace_test::read_file(log_path()), "line\r\n");
+    // A child made by fork() never deletes its parent's file.
+    const pid_t child = ::fork();
+    if (child == 0) {
+      sink.TakeDown();
+      ::_exit(0);
+    }
+    ::waitpid(child, nullptr, 0);
+    EXPECT_TRUE(std::filesystem::exists(log_path()));
+    sink.TakeDown();
+    EXPECT_EQ(std::filesystem::exists(log_path()), !delete_on_close);
+    EXPECT_EQ(sink.file, -1);
+  }
+}
+
+TEST_F(SinkTest, NeverWritesThroughASymbolicLink) {
+  configure(false);
+  const std::string target = dir_.path() + "target";
+  trace_test::write_file(target, "precious");
+  ASSERT_EQ(::symlink(target.c_str(), log_path().c_str()), 0);
+  TvLogSink sink;
+  sink.Build(shared_, env());
+  EXPECT_EQ(sink.file, -1);
+  sink.Write("line", 4);
+  sink.TakeDown();
+  EXPECT_EQ(trace_test::read_file(target), "precious");
+}
+
+TEST_F(SinkTest, MissingLogFolderMeansNoFile) {
+  TvLogCfg cfg{};
+  const std::string folder = dir_.path() + "missing/";
+  ASSERT_TRUE(trace::FillLogCfg(cfg, {folder.c_str(), true, false, "*", "*", "", true, true}));
+  trace_test::write_file(dir_.path() + "TvLog.cfg",
+                         std::string(reinterpret_cast<const char*>(&cfg), sizeof cfg));
+  TvLogSink sink;
+  sink.Build(shared_, env());
+  EXPECT_EQ(sink.file, -1);
+  sink.TakeDown();
+}
+
+}  // namespace

@@ -1,0 +1,55 @@
+#ifndef TVBASE_TRACE_LOG_SINK_H
+#define TVBASE_TRACE_LOG_SINK_H
+
+// The trace's one output per process: built at load from the activation
+// decision, read by every thread without a lock afterwards, taken down at
+// unload. A file of -1 means that nothing is written.
+
+#include <cstddef>
+
+struct TvSharedData;
+
+namespace trace {
+struct activation_env;
+}
+
+struct TvLogSink {
+  bool actCtx = false;  // lines carry the activation context
+  int file = -1;
+  char fileName[260] = {};
+  bool deleteOnClose = false;
+  bool debugEcho = false;
+  bool enabled[2] = {};  // by filter class
+  unsigned long owner = 0;  // the process that created the file
+
+  // Runs the decision and creates the log file on yes: O_NOFOLLOW, so a
+  // trace never writes through a symbolic link planted at its name.
+  void Build(TvSharedData& shared, const trace::activation_env& env) noexcept;
+
+  // Closes the file and, if so configured, deletes it; a process made by
+  // fork() never deletes its parent's file.
+  void TakeDown() noexcept;
+
+  // Hands one line to the file with its CR LF in one write, and to standard
+  // error with a LF if debugEcho is set. Nothing without a file.
+  void Write(const char* line, std::size_t length) const noexcept;
+};
+
+namespace trace {
+
+// The sink in use: the process's own, or the one a test put in its place.
+// Read on every traced call, so it is inline.
+extern TvLogSink* g_active_sink;
+inline TvLogSink& log_sink() noexcept { return *g_active_sink; }
+
+// Load and unload of the process's own sink.
+void build_process_sink() noexcept;
+void take_down_process_sink() noexcept;
+
+// For tests and benchmarks: makes `sink` the one in use (null: the process's
+// own again) and gives back the one in use before.
+TvLogSink* use_sink(TvLogSink* sink) noexcept;
+
+}  // namespace trace
+
+#endif  // TVBASE_TRACE_LOG_SINK_H
