@@ -2,9 +2,11 @@
 #define TVBASE_TRACE_FUNC_LOG_H
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 
 #include <tvbase/export.h>
+#include <tvbase/platform/ole_types.h>
 
 #if defined(__GNUC__)
 #define TVBASE_PRINTF_LIKE(format_index, first_argument) \
@@ -119,6 +121,106 @@ class TVBASE_EXPORT TvFuncLog {
   // Marks the shared record not set. Always true.
   static bool ClearSharedLogCfg() noexcept;
 
+  // Typed parameters. Each form appends one item to the thread's line and
+  // gives back the object; inside a parameter list the item gets its ", "
+  // first. Values whose plain type would pick the wrong form are wrapped:
+  struct CharPtr {  // a pointer to one character, not a text
+    explicit CharPtr(const char* p) noexcept : value(p) {}
+    const char* value;
+  };
+  struct WCharPtr {  // a pointer to one wide character, not a text
+    explicit WCharPtr(const wchar_t* p) noexcept : value(p) {}
+    const wchar_t* value;
+  };
+  struct Flags {  // a bit mask, shown in binary: "bits(101)"
+    explicit Flags(std::uint32_t v) noexcept : value(v) {}
+    std::uint32_t value;
+  };
+  struct Hex {  // a number shown as "hex(0000002a)"
+    explicit Hex(std::uint32_t v) noexcept : value(v) {}
+    std::uint32_t value;
+  };
+  struct OleDate {  // an OLE automation date: "DATE(03/02/2026 09:05:07)"
+    explicit OleDate(double v) noexcept : value(v) {}
+    double value;
+  };
+  struct OleDatePtr {  // a pointer to an OLE automation date
+    explicit OleDatePtr(const double* p) noexcept : value(p) {}
+    const double* value;
+  };
+
+  // Appends the pointer as "%08x->" (at least eight lower-case hex digits;
+  // sixteen at most on 64-bit builds) and makes the next item part of this
+  // one, without a separator. Gives true if `size` bytes at `p` can be read,
+  // asked of the kernel, so a bad pointer never faults; asked also on an
+  // inert object, and always true for a size of 0.
+  bool WriteAppendPtr(const void* p, unsigned int size) const noexcept;
+
+  // Values: 'c', byte(1), short(-1), word(1), int(-1), dword(1), long(-1),
+  // ulong(1), int64(-1), uint64(1), true/false, float(12.50) and beyond
+  // ±9999.99 float(12345.5), double(2.50) and beyond ±9999999999999.99
+  // double(1e+14), L'c' (a wide character turned into UTF-8, "*" for one that
+  // can't be shown).
+  const TvFuncLog& operator<<(char value) const noexcept;
+  const TvFuncLog& operator<<(unsigned char value) const noexcept;
+  const TvFuncLog& operator<<(short value) const noexcept;
+  const TvFuncLog& operator<<(unsigned short value) const noexcept;
+  const TvFuncLog& operator<<(int value) const noexcept;
+  const TvFuncLog& operator<<(unsigned int value) const noexcept;
+  const TvFuncLog& operator<<(long value) const noexcept;
+  const TvFuncLog& operator<<(unsigned long value) const noexcept;
+  const TvFuncLog& operator<<(long long value) const noexcept;
+  const TvFuncLog& operator<<(unsigned long long value) const noexcept;
+  const TvFuncLog& operator<<(bool value) const noexcept;
+  const TvFuncLog& operator<<(const float& value) const noexcept;
+  const TvFuncLog& operator<<(double value) const noexcept;
+  const TvFuncLog& operator<<(wchar_t value) const noexcept;
+
+  // Pointers to values: "7ffd5e8c->int(5)", or with a pointer that can't be
+  // read "7ffd5e8c->int(?)" (and so on for each value type; "bool(?)" for
+  // bool). A pointer to anything else shows as "7ffd5e8c->void".
+  const TvFuncLog& operator<<(const unsigned char* value) const noexcept;
+  const TvFuncLog& operator<<(const short* value) const noexcept;
+  const TvFuncLog& operator<<(const unsigned short* value) const noexcept;
+  const TvFuncLog& operator<<(const int* value) const noexcept;
+  const TvFuncLog& operator<<(const unsigned int* value) const noexcept;
+  const TvFuncLog& operator<<(const long* value) const noexcept;
+  const TvFuncLog& operator<<(const unsigned long* value) const noexcept;
+  const TvFuncLog& operator<<(const long long* value) const noexcept;
+  const TvFuncLog& operator<<(const unsigned long long* value) const noexcept;
+  const TvFuncLog& operator<<(const float* value) const noexcept;
+  const TvFuncLog& operator<<(const double* value) const noexcept;
+  const TvFuncLog& operator<<(const bool* value) const noexcept;
+  const TvFuncLog& operator<<(const void* value) const noexcept;
+  const TvFuncLog& operator<<(std::nullptr_t) const noexcept;
+
+  // Texts, shown whole up to 150 characters, else the first 100, "..." and
+  // the last 50: "text", L"wide text" (turned into UTF-8, "*" for what can't
+  // be shown). A text that can't be read through to its zero shows its
+  // address in upper-case hex digits (16 on 64-bit builds): 00007FFD5E8C0010
+  // ->"?" and ...->L"?"; a null text is such a text.
+  const TvFuncLog& operator<<(const char* text) const noexcept;
+  const TvFuncLog& operator<<(const wchar_t* text) const noexcept;
+  // A BSTR by reference: BSTR("text"), BSTR(null), or R<address of the
+  // reference>->BSTR(?) when its text can't be read; by pointer as above, with
+  // "BSTR(?)" for a pointer that can't be read.
+  const TvFuncLog& operator<<(wchar_t* const& bstr) const noexcept;
+  const TvFuncLog& operator<<(wchar_t* const* bstr) const noexcept;
+
+  // Structures: {0010A2B3-...} for a GUID, CREATESTRUCT() (no field shown),
+  // and a VARIANT by its type: VT_I4(5), VT_BSTR's V_BSTR("text"), VT_CY(-1.5000),
+  // VT_DATE(...), VT_ARRAY(?) and VT_BYREF(?) for those flags, VT_?12? for a
+  // type without a form. A reference that can't be read shows
+  // R<address>->{?}, R<address>->CREATESTRUCT(?) or R<address>->VT_?); a
+  // pointer that can't be read {?}, CREATESTRUCT(?) or VT_?. A date before
+  // 1 January 100 or after 31 December 9999 shows as DATE(?) or VT_DATE(?).
+  const TvFuncLog& operator<<(const GUID& value) const noexcept;
+  const TvFuncLog& operator<<(const GUID* value) const noexcept;
+  const TvFuncLog& operator<<(const CREATESTRUCTA& value) const noexcept;
+  const TvFuncLog& operator<<(const CREATESTRUCTA* value) const noexcept;
+  const TvFuncLog& operator<<(const VARIANT& value) const noexcept;
+  const TvFuncLog& operator<<(const VARIANT* value) const noexcept;
+
  private:
   // Exported all the same: the inline code above calls them. EnterFunc
   // gives IsEnabled() of the scope it started, which saves the inline code
@@ -137,5 +239,15 @@ class TVBASE_EXPORT TvFuncLog {
   std::uint8_t filter_ = eLogFilter0;
   std::uint32_t actCtx_ = 0;
 };
+
+// The forms of the wrapper classes above: '?' or 'c', L'c', bits(101),
+// hex(0000002a), DATE(dd/mm/yyyy hh:mm:ss); the pointer wrappers as the
+// pointer forms ("'?'", "L'?'", "DATE(?)" when unreadable).
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::CharPtr& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::WCharPtr& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::Flags& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::Hex& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::OleDate& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::OleDatePtr& value) noexcept;
 
 #endif  // TVBASE_TRACE_FUNC_LOG_H
