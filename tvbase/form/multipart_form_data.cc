@@ -1,6 +1,7 @@
 #include <tvbase/form/multipart_form_data.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -21,8 +22,12 @@ std::vector<unsigned char> regrow(std::vector<unsigned char>& from, std::size_t 
   std::vector<unsigned char> grown;
   grown.reserve(capacity);
   if (capacity >= kLargeBuffer) platform::prefer_large_pages(grown.data(), capacity);
+  const auto start = reinterpret_cast<std::uintptr_t>(from.data());
   for (std::size_t done = 0; done < from.size();) {
-    const std::size_t slice = std::min(kCopyChunk, from.size() - done);
+    // Slices end on large-page boundaries of the old buffer, so that giving
+    // their memory back never splits a large page.
+    const std::size_t to_boundary = kCopyChunk - (start + done) % kCopyChunk;
+    const std::size_t slice = std::min(to_boundary, from.size() - done);
     grown.insert(grown.end(), from.begin() + static_cast<std::ptrdiff_t>(done),
                  from.begin() + static_cast<std::ptrdiff_t>(done + slice));
     if (from.size() >= kLargeBuffer) platform::release_pages(from.data() + done, slice);

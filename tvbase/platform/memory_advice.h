@@ -1,10 +1,10 @@
 #ifndef TVBASE_PLATFORM_MEMORY_ADVICE_H
 #define TVBASE_PLATFORM_MEMORY_ADVICE_H
 
-// Hints about large buffers. Both act on whole pages inside the range only,
-// never on the pages at its ends, which an allocator may share with its own
-// bookkeeping; both are hints, and do nothing where the system has no such
-// notion.
+// Hints about large buffers. Both act only on the whole pages that lie inside
+// the range: partial pages at its ends, which an allocator may share with its
+// own bookkeeping, are left alone. Both are hints, and do nothing where the
+// system has no such notion.
 
 #include <cstddef>
 

@@ -8,10 +8,10 @@
 namespace platform {
 namespace {
 
-// The whole pages strictly inside [buffer, buffer + size), rounded to `unit`.
+// The whole pages of `unit` bytes inside [buffer, buffer + size).
 bool inner_pages(void* buffer, std::size_t size, std::uintptr_t unit, void*& start, std::size_t& length) {
   const auto begin = reinterpret_cast<std::uintptr_t>(buffer);
-  const std::uintptr_t first = (begin + unit) & ~(unit - 1);  // skips the first page
+  const std::uintptr_t first = (begin + unit - 1) & ~(unit - 1);
   const std::uintptr_t end = (begin + size) & ~(unit - 1);
   if (end <= first) return false;
   start = reinterpret_cast<void*>(first);
