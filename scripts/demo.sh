@@ -87,3 +87,12 @@ rm -f "$cfg"
 rm -rf "$logs"
 printf '\nWithout TvLog.cfg (and with the shared record not set) the same program writes no log:\n'
 show traced_app
+
+section "Multipart form builder"
+body=$(mktemp)
+show tvbase form --field user=zoe --field "note=two words" \
+  --file "doc=examples/form/note.txt;type=text/plain" --file picture=examples/form/tiny.png -o "$body"
+printf '\n$ cat -v BODY   # CR shown as ^M, other control bytes as ^X\n'
+cat -v "$body"
+printf '\n'
+rm -f "$body"

@@ -22,5 +22,6 @@ extern const command utf8check_command;
 extern const command version_command;
 extern const command walk_command;
 extern const command icon_command;
+extern const command form_command;
 
 #endif  // TVBASE_TOOLS_TVBASE_COMMANDS_H

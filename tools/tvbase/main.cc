@@ -18,6 +18,7 @@ const command* const kCommands[] = {
     &walk_command,
     &icon_command,
     &html_command,
+    &form_command,
 };
 
 void print_overview(std::FILE* to) {

@@ -1,0 +1,89 @@
+// tvbase form
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <tvbase/form/multipart_form_data.h>
+
+#include "commands.h"
+
+namespace {
+
+// "NAME=REST" split at the first '='.
+std::pair<std::string, std::string> split_pair(const std::string& text, const char* option) {
+  const std::size_t at = text.find('=');
+  if (at == std::string::npos) throw cli::usage_error(std::string(option) + " needs NAME=..., not '" + text + "'");
+  return {text.substr(0, at), text.substr(at + 1)};
+}
+
+// Writes the body next to its final place and renames it there, so that a
+// failure leaves no partial file behind.
+void write_body(const std::string& path, const std::vector<unsigned char>& body) {
+  const std::string temporary = path + ".partial";
+  {
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(body.data()), static_cast<std::streamsize>(body.size()));
+    if (!out.flush()) {
+      std::remove(temporary.c_str());
+      throw cli::failure("cannot write " + path);
+    }
+  }
+  std::error_code error;
+  std::filesystem::rename(temporary, path, error);
+  if (error) {
+    std::remove(temporary.c_str());
+    throw cli::failure("cannot write " + path + ": " + error.message());
+  }
+}
+
+int run_form(cli::args& args) {
+  const std::vector<std::string> fields = args.options("field");
+  const std::vector<std::string> files = args.options("file");
+  std::vector<std::string> words = args.positional(2);
+  if (words.size() != 2 || words[0] != "-o") throw cli::usage_error("the body's file is needed: -o BODY");
+  const std::string output = words[1];
+
+  multipart_form_data form;
+  for (const std::string& field : fields) {
+    const auto [name, value] = split_pair(field, "--field");
+    if (!form.add_field(name, value)) throw cli::failure("field name '" + name + "' is refused: bytes of 0x80 or above");
+  }
+  for (const std::string& file : files) {
+    auto [name, path] = split_pair(file, "--file");
+    std::optional<std::string> type;
+    if (const std::size_t at = path.rfind(";type="); at != std::string::npos) {
+      type = path.substr(at + 6);
+      path.erase(at);
+    }
+    const std::string bytes = cli::read_input(path);
+    if (bytes.size() > 0xFFFFFFFFu) throw cli::failure(path + " is larger than 4 GiB");
+    const std::string filename = std::filesystem::path(path).filename().string();
+    if (!form.add_file(name, filename, reinterpret_cast<const unsigned char*>(bytes.data()),
+                       static_cast<unsigned int>(bytes.size()),
+                       type ? std::optional<std::string_view>(*type) : std::nullopt)) {
+      throw cli::failure("file part '" + name + "' (" + filename + ") is refused: bytes of 0x80 or above");
+    }
+  }
+  std::string content_type;
+  std::vector<unsigned char> body;
+  form.finish(content_type, body);
+  write_body(output, body);
+  std::cout << content_type << '\n';
+  return cli::kOk;
+}
+
+}  // namespace
+
+const command form_command{
+    "form", "build a multipart/form-data body",
+    "usage: tvbase form [--field NAME=VALUE]... [--file NAME=PATH[;type=MIME]]... -o BODY\n\n"
+    "Builds a multipart/form-data body from the fields and files in order, writes\n"
+    "it to BODY and prints the Content-Type header value, so that both can be\n"
+    "handed to any HTTP client. Files are sent under their base name, as\n"
+    "application/octet-stream unless a type is given. A name with bytes of 0x80\n"
+    "or above, or a file that cannot be read, is an error (exit 1) and leaves no\n"
+    "BODY behind.\n",
+    run_form};

@@ -1,0 +1,155 @@
+#include <tvbase/form/distinct_value.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <tvbase/frame/shared_data.h>
+
+namespace {
+
+TEST(DistinctValue, FormatsInFixedWidths) {
+  struct row {
+    unsigned long long value;
+    const char* b36;
+    const char* hex;
+  };
+  const row rows[] = {
+      {0, "0000000000000", "0000000000000000"},
+      {1, "0000000000001", "0000000000000001"},
+      {35, "000000000000Z", "0000000000000023"},
+      {36, "0000000000010", "0000000000000024"},
+      {0xFFFFFFFFull, "0000001Z141Z3", "00000000FFFFFFFF"},
+      {ULLONG_MAX, "3W5E11264SGSF", "FFFFFFFFFFFFFFFF"},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.value);
+    EXPECT_EQ(distinct_value::str_hex(r.value), r.hex);
+    EXPECT_EQ(distinct_value::str_b36(r.value), r.b36);
+  }
+}
+
+TEST(DistinctValue, CountsUpAndTheTextFormsTakeANumberEach) {
+  const unsigned long long first = distinct_value::get();
+  EXPECT_NE(first, 0u);
+  EXPECT_EQ(distinct_value::get(), first + 1);
+  EXPECT_EQ(distinct_value::str_hex(), distinct_value::str_hex(first + 2));
+  EXPECT_EQ(distinct_value::str_b36(), distinct_value::str_b36(first + 3));
+}
+
+// Numbers a thread or process took, in the order it took them.
+bool rising(const std::vector<unsigned long long>& taken) {
+  for (std::size_t i = 1; i < taken.size(); ++i) {
+    if (taken[i] <= taken[i - 1]) return false;
+  }
+  return true;
+}
+
+TEST(DistinctValue, TwoThreadsNeverGetTheSameNumber) {
+  constexpr int kEach = 100000;
+  std::vector<unsigned long long> a, b;
+  a.reserve(kEach);
+  b.reserve(kEach);
+  std::thread one([&] { for (int i = 0; i < kEach; ++i) a.push_back(distinct_value::get()); });
+  std::thread two([&] { for (int i = 0; i < kEach; ++i) b.push_back(distinct_value::get()); });
+  one.join();
+  two.join();
+  EXPECT_TRUE(rising(a));
+  EXPECT_TRUE(rising(b));
+  std::set<unsigned long long> all(a.begin(), a.end());
+  all.insert(b.begin(), b.end());
+  EXPECT_EQ(all.size(), 2u * kEach);
+}
+
+// Forked children map the same block as this process: four of them take
+// numbers at once and write them to files that the parent reads back.
+TEST(DistinctValue, FourProcessesGetAMillionDistinctNumbers) {
+  constexpr int kProcesses = 4;
+  constexpr int kEach = 250000;
+  const std::string folder = testing::TempDir();
+  std::vector<pid_t> children;
+  for (int p = 0; p < kProcesses; ++p) {
+    const pid_t child = fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+      std::vector<unsigned long long> taken(kEach);
+      for (auto& n : taken) n = distinct_value::get();
+      std::FILE* out = std::fopen((folder + "distinct-" + std::to_string(p)).c_str(), "wb");
+      const bool ok = out && std::fwrite(taken.data(), sizeof taken[0], taken.size(), out) == taken.size();
+      _exit(out && std::fclose(out) == 0 && ok ? 0 : 1);
+    }
+    children.push_back(child);
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  std::set<unsigned long long> all;
+  for (int p = 0; p < kProcesses; ++p) {
+    const std::string path = folder + "distinct-" + std::to_string(p);
+    std::ifstream in(path, std::ios::binary);
+    std::vector<unsigned long long> taken(kEach);
+    in.read(reinterpret_cast<char*>(taken.data()), static_cast<std::streamsize>(kEach * sizeof taken[0]));
+    ASSERT_TRUE(in.good()) << path;
+    EXPECT_TRUE(rising(taken)) << "process " << p;
+    all.insert(taken.begin(), taken.end());
+    std::remove(path.c_str());
+  }
+  EXPECT_EQ(all.size(), static_cast<std::size_t>(kProcesses * kEach));
+  EXPECT_GT(distinct_value::get(), *all.rbegin()) << "the parent goes on behind them";
+}
+
+// Run as a separate program by the next test: takes one number and writes it
+// to the file that the parent names; it joins the parent's block.
+TEST(DistinctValueChild, TakesOneNumber) {
+  const char* out = std::getenv("TVBASE_DISTINCT_CHILD_OUT");
+  if (out == nullptr) GTEST_SKIP() << "only run by DistinctValue.ALaterProcessContinuesTheCount";
+  std::ofstream(out) << distinct_value::get();
+}
+
+TEST(DistinctValue, ALaterProcessContinuesTheCount) {
+  const unsigned long long before = distinct_value::get();
+  const std::string out = testing::TempDir() + "distinct-child";
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    setenv("TVBASE_DISTINCT_CHILD_OUT", out.c_str(), 1);
+    execl("/proc/self/exe", "child", "--gtest_filter=DistinctValueChild.TakesOneNumber", nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  unsigned long long taken = 0;
+  std::ifstream(out) >> taken;
+  std::remove(out.c_str());
+  EXPECT_EQ(taken, before + 1);
+  EXPECT_EQ(distinct_value::get(), before + 2);
+}
+
+TEST(DistinctValueDeathTest, WrapEndsTheProcessWithTheAbortSignal) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        // Drive the counter to its last number through the shared block.
+        frame::distinct_counter(*TvGetSharedData()).store(ULLONG_MAX - 1);
+        if (distinct_value::get() != ULLONG_MAX) _exit(5);
+        distinct_value::get();
+        _exit(6);
+      },
+      testing::KilledBySignal(SIGABRT), "");
+}
+
+}  // namespace

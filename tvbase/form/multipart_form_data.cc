@@ -1,0 +1,101 @@
+#include <tvbase/form/multipart_form_data.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include <tvbase/form/distinct_value.h>
+#include <tvbase/platform/memory_advice.h>
+
+namespace {
+
+constexpr std::string_view kBoundaryPrefix = "Tarvelo-Client-App-";
+constexpr std::size_t kLargeBuffer = std::size_t{4} << 20;  // worth large pages
+constexpr std::size_t kCopyChunk = std::size_t{2} << 20;
+
+// Moves `from` into a new buffer of `capacity` bytes. A large old buffer is
+// copied a slice at a time, and each copied slice's memory goes back to the
+// system at once, so that old and new together hold little more than the
+// bytes themselves.
+std::vector<unsigned char> regrow(std::vector<unsigned char>& from, std::size_t capacity) {
+  std::vector<unsigned char> grown;
+  grown.reserve(capacity);
+  if (capacity >= kLargeBuffer) platform::prefer_large_pages(grown.data(), capacity);
+  const auto start = reinterpret_cast<std::uintptr_t>(from.data());
+  for (std::size_t done = 0; done < from.size();) {
+    // Slices end on large-page boundaries of the old buffer, so that giving
+    // their memory back never splits a large page.
+    const std::size_t to_boundary = kCopyChunk - (start + done) % kCopyChunk;
+    const std::size_t slice = std::min(to_boundary, from.size() - done);
+    grown.insert(grown.end(), from.begin() + static_cast<std::ptrdiff_t>(done),
+                 from.begin() + static_cast<std::ptrdiff_t>(done + slice));
+    if (from.size() >= kLargeBuffer) platform::release_pages(from.data() + done, slice);
+    done += slice;
+  }
+  return grown;
+}
+
+}  // namespace
+
+multipart_form_data::multipart_form_data() { reset(); }
+
+void multipart_form_data::reset() { boundary = std::string(kBoundaryPrefix) + distinct_value::str_b36(); }
+
+bool multipart_form_data::is_7bit(std::string_view text) {
+  return std::none_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+}
+
+void multipart_form_data::append_data(const unsigned char* data, unsigned int size) {
+  const std::size_t needed = body.size() + size;
+  if (body.capacity() < needed) {
+    const std::size_t grown = std::max(needed, body.capacity() + body.capacity() / 10);
+    body = regrow(body, (grown + 1023) / 1024 * 1024);
+  }
+  body.insert(body.end(), data, data + size);
+}
+
+void multipart_form_data::append_data(std::string_view text) {
+  append_data(reinterpret_cast<const unsigned char*>(text.data()), static_cast<unsigned int>(text.size()));
+}
+
+// CR LF, "--", the boundary and the start of the disposition, up to the
+// name's closing quote.
+void multipart_form_data::append_head(std::string_view name) {
+  append_data("\r\n--");
+  append_data(boundary);
+  append_data("\r\nContent-Disposition: form-data; name=\"");
+  append_data(name);
+  append_data("\"");
+}
+
+bool multipart_form_data::add_field(std::string_view name, std::string_view value) {
+  if (!is_7bit(name)) return false;
+  append_head(name);
+  append_data("\r\n\r\n");
+  append_data(value);
+  return true;
+}
+
+bool multipart_form_data::add_file(std::string_view name, std::string_view filename, const unsigned char* data,
+                                   unsigned int size, std::optional<std::string_view> content_type) {
+  if (!is_7bit(name) || !is_7bit(filename)) return false;
+  append_head(name);
+  append_data("; filename=\"");
+  append_data(filename);
+  append_data("\"\r\nContent-Type: ");
+  append_data(content_type.value_or("application/octet-stream"));
+  append_data("\r\n\r\n");
+  if (size != 0) append_data(data, size);
+  return true;
+}
+
+void multipart_form_data::finish(std::string& content_type, std::vector<unsigned char>& out) {
+  content_type = "multipart/form-data; boundary=" + boundary;
+  append_data("\r\n--");
+  append_data(boundary);
+  append_data("--");
+  out = std::move(body);
+  body = {};
+  reset();
+}

@@ -1,0 +1,23 @@
+#ifndef TVBASE_PLATFORM_MEMORY_ADVICE_H
+#define TVBASE_PLATFORM_MEMORY_ADVICE_H
+
+// Hints about large buffers. Both act only on the whole pages that lie inside
+// the range: partial pages at its ends, which an allocator may share with its
+// own bookkeeping, are left alone. Both are hints, and do nothing where the
+// system has no such notion.
+
+#include <cstddef>
+
+namespace platform {
+
+// Asks for large pages behind a big buffer about to be filled: fewer, cheaper
+// page faults.
+void prefer_large_pages(void* buffer, std::size_t size) noexcept;
+
+// Gives the memory of a buffer's pages back to the system while the buffer
+// stays allocated. Its content is lost; reading it afterwards gives zeros.
+void release_pages(void* buffer, std::size_t size) noexcept;
+
+}  // namespace platform
+
+#endif  // TVBASE_PLATFORM_MEMORY_ADVICE_H
