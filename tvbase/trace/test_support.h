@@ -4,10 +4,12 @@
 // Helpers shared by the trace's tests: real temporary folders and files, and
 // programs started as processes of their own.
 
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -96,10 +98,17 @@ class child {
   }
   ~child() { finish(); }
 
-  // Reads standard error until it holds `text` or ends; true if found.
-  bool wait_for_stderr(const std::string& text) {
+  // Reads standard error until it holds `text`, ends, or `seconds` pass;
+  // true if found. A child that never says it is killed, so that nothing
+  // waits for it forever.
+  bool wait_for_stderr(const std::string& text, int seconds = 30) {
     char buffer[512];
     while (err_text_.find(text) == std::string::npos) {
+      pollfd ready{err_, POLLIN, 0};
+      if (::poll(&ready, 1, seconds * 1000) <= 0) {
+        if (pid_ > 0) ::kill(pid_, SIGKILL);
+        return false;
+      }
       const ssize_t n = ::read(err_, buffer, sizeof buffer);
       if (n <= 0) return false;
       err_text_.append(buffer, static_cast<std::size_t>(n));
