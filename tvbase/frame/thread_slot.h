@@ -30,7 +30,10 @@ bool thread_slot_valid() noexcept;
 // The calling thread's state once it was made: a cache of the slot's value,
 // so that a traced call costs one thread-local read. Cleared wherever the
 // slot's value is released or replaced.
-// (A function-local static, so that no TLS wrapper stands in front of it.)
+// (A function-local static, so that no TLS wrapper stands in front of it.
+// Initial-exec, so that reading it is one instruction; a library loaded
+// late with dlopen takes its 8 bytes from the static TLS that glibc keeps
+// in reserve for that.)
 inline TvLogThreadState*& cached_thread_state() noexcept {
   [[gnu::tls_model("initial-exec")]] static thread_local constinit TvLogThreadState* state =
       nullptr;
