@@ -1,0 +1,360 @@
+// The reader of JSON text, and the two operations that use parts of it:
+// wstring_to_number_wstring and unescape.
+#include <tvbase/json/object.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "value_access.h"
+
+namespace json {
+
+using detail::held;
+using detail::unit;
+
+namespace {
+
+bool is_digit(wchar_t c) noexcept { return c >= L'0' && c <= L'9'; }
+
+}  // namespace
+
+const char* parser::message_of(exception e) noexcept {
+  switch (e) {
+    case exception::no_error: return "valid json";
+    case exception::expected_colon: return "expected a ':'";
+    case exception::expected_closing_brace: return "expected a '}'";
+    case exception::expected_closing_bracket: return "expected a ']'";
+    case exception::expected_hex: return "expected a hex value";
+    case exception::expected_quote: return "expected a '\"'";
+    case exception::expected_digit: return "expected a digit";
+    case exception::expected_end_of_file: return "expected end of file";
+    case exception::control_character: return "encountered literal control character in string";
+    case exception::invalid_escape: return "encountered invalid escaped character";
+    case exception::unescaped_quote: return "encountered unescaped quote";
+    case exception::unexpected_character: return "encountered unexpected character";
+    case exception::unexpected_end_of_file: return "unexpected end of file";
+    case exception::too_deep: return "too deeply nested";
+  }
+  return "oops";
+}
+
+void parser::raise(exception e) { throw e; }
+
+// A NUL unit is an end of the input wherever it stands, and is never
+// stepped over.
+wchar_t parser::peek() const {
+  if (cursor == limit || *cursor == 0) raise(exception::unexpected_end_of_file);
+  return *cursor;
+}
+
+void parser::advance() {
+  if (peek() == L'\n') {
+    ++line;
+    column = 0;
+  }
+  ++cursor;
+  ++column;
+}
+
+void parser::skip_whitespace() {
+  for (; cursor != limit; ++cursor) {
+    const wchar_t c = *cursor;
+    if (c == L' ' || c == L'\t' || c == L'\r') {
+      ++column;
+    } else if (c == L'\n') {
+      ++line;
+      column = 1;
+    } else {
+      if (c == 0) raise(exception::unexpected_end_of_file);
+      return;
+    }
+  }
+}
+
+void parser::parse_value(object& target) {
+  skip_whitespace();
+  switch (peek()) {
+    case L'"': {
+      scratch_.clear();
+      parse_string(scratch_, true);
+      std::any text(std::in_place_type<std::wstring>, scratch_.data(), scratch_.size());
+      object::drop_value(target.value_);
+      target.value_ = std::move(text);
+      break;
+    }
+    case L'-':
+    case L'0':
+    case L'1':
+    case L'2':
+    case L'3':
+    case L'4':
+    case L'5':
+    case L'6':
+    case L'7':
+    case L'8':
+    case L'9':
+      parse_number_value(target);
+      break;
+    case L'[':
+      if (++depth > max_depth) raise(exception::too_deep);
+      parse_array(target);
+      --depth;
+      break;
+    case L'{':
+      if (++depth > max_depth) raise(exception::too_deep);
+      parse_dictionary(target);
+      --depth;
+      break;
+    case L't':
+      parse_literal(L"true");
+      target = true;
+      break;
+    case L'f':
+      parse_literal(L"false");
+      target = false;
+      break;
+    case L'n':
+      parse_literal(L"null");
+      target.null();
+      break;
+    default:
+      raise(exception::unexpected_character);
+  }
+  skip_whitespace();
+}
+
+void parser::parse_literal(std::wstring_view word) {
+  for (const wchar_t c : word) {
+    if (peek() != c) raise(exception::unexpected_character);
+    advance();
+  }
+}
+
+// Element i is taken as target[i], which makes the array exactly i + 1 long:
+// element 0 shrinks an array that was there before to one element, and each
+// later one is appended.
+void parser::parse_array(object& target) {
+  object::array_type& elements = held<object::array_type>(target.empty_array().value_);
+  advance();
+  skip_whitespace();
+  if (peek() == L']') {
+    advance();
+    return;
+  }
+  elements.resize(1);
+  object* slot = &elements.front();
+  for (;;) {
+    parse_value(*slot);
+    const wchar_t c = peek();
+    if (c == L',') {
+      advance();
+      skip_whitespace();
+      slot = &elements.emplace_back();
+    } else if (c == L']') {
+      advance();
+      return;
+    } else {
+      raise(exception::expected_closing_bracket);
+    }
+  }
+}
+
+// A key that is there already is read over; a new one is appended.
+void parser::parse_dictionary(object& target) {
+  object::dictionary_type& entries = held<object::dictionary_type>(target.empty_object().value_);
+  advance();
+  skip_whitespace();
+  if (peek() == L'}') {
+    advance();
+    return;
+  }
+  for (;;) {
+    scratch_.clear();
+    parse_string(scratch_, true);
+    skip_whitespace();
+    if (peek() != L':') raise(exception::expected_colon);
+    advance();
+    object* slot = nullptr;
+    for (auto& entry : entries) {
+      if (detail::same_key(entry.first, scratch_)) {
+        slot = &entry.second;
+        break;
+      }
+    }
+    if (!slot) slot = &entries.emplace_back(scratch_, object()).second;
+    parse_value(*slot);
+    const wchar_t c = peek();
+    if (c == L',') {
+      advance();
+      skip_whitespace();
+    } else if (c == L'}') {
+      advance();
+      return;
+    } else {
+      raise(exception::expected_closing_brace);
+    }
+  }
+}
+
+void parser::parse_string(std::wstring& out, bool quoted) {
+  if (quoted) {
+    if (peek() != L'"') raise(exception::expected_quote);
+    advance();
+  }
+  read_string_body(out, quoted);
+}
+
+// Runs of plain units are copied at once; no plain unit is a line feed, so
+// the column moves by the run's length.
+void parser::read_string_body(std::wstring& out, bool quoted) {
+  for (;;) {
+    const wchar_t* run = cursor;
+    while (cursor != limit) {
+      const wchar_t c = *cursor;
+      if (c == L'"' || c == L'\\' || unit(c) < 0x20) break;
+      ++cursor;
+    }
+    out.append(run, cursor);
+    column += static_cast<std::uint32_t>(cursor - run);
+    if (cursor == limit && !quoted) return;
+    const wchar_t c = peek();
+    if (c == L'"') {
+      if (!quoted) raise(exception::unescaped_quote);
+      advance();
+      return;
+    }
+    if (c != L'\\') raise(exception::control_character);
+    read_escape(out);
+    advance();
+    if (!quoted && cursor == limit) return;
+  }
+}
+
+// At the backslash; leaves the cursor on the last unit of the escape.
+void parser::read_escape(std::wstring& out) {
+  advance();
+  switch (peek()) {
+    case L'"': out.push_back(L'"'); break;
+    case L'\\': out.push_back(L'\\'); break;
+    case L'/': out.push_back(L'/'); break;
+    case L'b': out.push_back(L'\b'); break;
+    case L'f': out.push_back(L'\f'); break;
+    case L'n': out.push_back(L'\n'); break;
+    case L'r': out.push_back(L'\r'); break;
+    case L't': out.push_back(L'\t'); break;
+    case L'u': {
+      std::uint32_t value = 0;
+      for (int i = 0; i < 4; ++i) value = value * 16 + hex_digit();
+      out.push_back(static_cast<wchar_t>(value));
+      break;
+    }
+    default: raise(exception::invalid_escape);
+  }
+}
+
+wchar_t parser::hex_digit() {
+  advance();
+  const wchar_t c = peek();
+  if (c >= L'0' && c <= L'9') return static_cast<wchar_t>(c - L'0');
+  if (c >= L'A' && c <= L'F') return static_cast<wchar_t>(c - L'A' + 10);
+  if (c >= L'a' && c <= L'f') return static_cast<wchar_t>(c - L'a' + 10);
+  raise(exception::expected_hex);
+}
+
+std::wstring parser::parse_number() {
+  std::wstring text;
+  read_number(text);
+  return text;
+}
+
+// Every look at the next unit goes through peek, so a NUL right behind the
+// number raises "unexpected end of file". Runs of digits are taken at once.
+void parser::read_number(std::wstring& out) {
+  const auto step = [this] {
+    ++cursor;
+    ++column;
+  };
+  const auto digits = [this] {
+    const wchar_t* p = cursor;
+    while (p != limit && is_digit(*p)) ++p;
+    column += static_cast<std::uint32_t>(p - cursor);
+    cursor = p;
+    if (cursor != limit) peek();
+  };
+  const wchar_t* start = cursor;
+  if (peek() == L'-') step();
+  wchar_t c = peek();
+  if (c == L'0') {
+    step();
+  } else if (c >= L'1' && c <= L'9') {
+    digits();
+  } else {
+    raise(exception::expected_digit);
+  }
+  if (cursor != limit && peek() == L'.') {
+    step();
+    if (!is_digit(peek())) raise(exception::expected_digit);
+    digits();
+  }
+  if (cursor == limit || (*cursor != L'e' && *cursor != L'E')) {
+    out.append(start, cursor);
+    return;
+  }
+  out.append(start, cursor);
+  out.push_back(L'e');
+  step();
+  c = peek();
+  if (c == L'+' || c == L'-') {
+    out.push_back(c);
+    step();
+  } else {
+    out.push_back(L'+');
+  }
+  if (!is_digit(peek())) raise(exception::expected_digit);
+  start = cursor;
+  digits();
+  out.append(start, cursor);
+}
+
+void parser::parse_number_value(object& target) {
+  scratch_.clear();
+  read_number(scratch_);
+  std::any value(std::in_place_type<number>, std::wstring(scratch_));
+  object::drop_value(target.value_);
+  target.value_ = std::move(value);
+}
+
+std::optional<object::error> object::parse(std::wstring_view text) {
+  parser reader(text);
+  try {
+    reader.parse_value(*this);
+    if (reader.cursor != reader.limit) throw parser::exception::expected_end_of_file;
+    return std::nullopt;
+  } catch (const parser::exception e) {
+    return error{reader.line, reader.column, parser::message_of(e)};
+  }
+}
+
+std::wstring functions::wstring_to_number_wstring(std::wstring_view text) {
+  parser reader(text);
+  try {
+    std::wstring result = reader.parse_number();
+    if (reader.cursor != reader.limit) throw parser::exception::expected_end_of_file;
+    return result;
+  } catch (const parser::exception) {
+    throw std::invalid_argument("json::number= invalid string argument");
+  }
+}
+
+std::wstring object::unescape(std::wstring_view text) {
+  parser reader(text);
+  std::wstring result;
+  try {
+    reader.parse_string(result, false);
+  } catch (const parser::exception) {
+    throw std::invalid_argument("json::object::unescape() invalid string argument");
+  }
+  return result;
+}
+
+}  // namespace json
