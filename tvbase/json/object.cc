@@ -14,6 +14,7 @@
 namespace json {
 
 using detail::held;
+using detail::held_if;
 using detail::is_container;
 using detail::same_key;
 using detail::type_of;
@@ -83,43 +84,43 @@ std::any object::copy_value(const std::any& value) {
 }
 
 void object::drop_value(std::any& value) noexcept {
-  const type t = type_of(value);
-  if (!is_container(t)) {
+  if (!value.has_value()) return;
+  if (!is_container(type_of(value))) {
     value.reset();
     return;
   }
-  // Containers below this one are moved out of their parents onto a list
-  // before the parent is destroyed, so that no destructor meets a child that
-  // still holds a container. The list is only made when there is a grandchild.
-  const auto take_children = [](std::any& from, auto&& put) {
-    if (type_of(from) == type::array) {
-      for (object& element : held<array_type>(from)) {
-        if (is_container(type_of(element.value_))) put(element.value_);
-      }
-    } else {
-      for (auto& entry : held<dictionary_type>(from)) {
-        if (is_container(type_of(entry.second.value_))) put(entry.second.value_);
-      }
+  // Each container's children are emptied before the container is
+  // destroyed: scalars and empty containers at once, and the others moved
+  // onto a list to be emptied in turn. So no destructor meets a child that
+  // still holds anything, and the walk has no recursion.
+  std::vector<std::any> pending;
+  const auto empty_child = [&pending](std::any& child) noexcept {
+    if (!child.has_value()) return;
+    const type t = type_of(child);
+    const bool full = (t == type::array && !held<array_type>(child).empty()) ||
+                      (t == type::dictionary && !held<dictionary_type>(child).empty());
+    if (!full) {
+      child.reset();
+      return;
+    }
+    try {
+      pending.push_back(std::move(child));
+    } catch (...) {
+      // Out of memory for the list: this child is destroyed by recursion.
     }
   };
-  bool deep = false;
-  take_children(value, [&deep](std::any&) { deep = true; });
-  if (!deep) {
-    value.reset();
-    return;
-  }
-  std::vector<std::any> pending;
-  try {
-    pending.push_back(std::move(value));
-    while (!pending.empty()) {
-      std::any current = std::move(pending.back());
-      pending.pop_back();
-      take_children(current, [&pending](std::any& child) { pending.push_back(std::move(child)); });
+  std::any current = std::move(value);
+  for (;;) {
+    if (type_of(current) == type::array) {
+      for (object& element : held<array_type>(current)) empty_child(element.value_);
+    } else {
+      for (auto& entry : held<dictionary_type>(current)) empty_child(entry.second.value_);
     }
-  } catch (...) {
-    // Out of memory for the list: what is left is destroyed by recursion.
+    current.reset();
+    if (pending.empty()) break;
+    current = std::move(pending.back());
+    pending.pop_back();
   }
-  value.reset();
 }
 
 object::object(const object& other) : value_(copy_value(other.value_)) {}
@@ -169,14 +170,14 @@ object& object::operator=(const bool& value) {
 object::type object::get_type() const noexcept { return type_of(value_); }
 
 const object& object::get(unsigned int index) const noexcept {
-  if (const auto* a = std::any_cast<array_type>(&value_); a && index < a->size()) {
+  if (const auto* a = held_if<array_type>(value_); a && index < a->size()) {
     return (*a)[index];
   }
   return invalid_object;
 }
 
 const object& object::get(std::wstring_view key) const noexcept {
-  if (const auto* d = std::any_cast<dictionary_type>(&value_)) {
+  if (const auto* d = held_if<dictionary_type>(value_)) {
     for (const auto& entry : *d) {
       if (same_key(entry.first, key)) return entry.second;
     }
@@ -185,22 +186,22 @@ const object& object::get(std::wstring_view key) const noexcept {
 }
 
 bool object::as_bool(bool fallback) const noexcept {
-  const bool* b = std::any_cast<bool>(&value_);
+  const bool* b = held_if<bool>(value_);
   return b ? *b : fallback;
 }
 
 double object::as_double(double fallback) const {
-  const number* n = std::any_cast<number>(&value_);
+  const number* n = held_if<number>(value_);
   return n ? std::stod(n->text) : fallback;
 }
 
 int object::as_int(int fallback) const {
-  const number* n = std::any_cast<number>(&value_);
+  const number* n = held_if<number>(value_);
   return n ? std::stoi(n->text) : fallback;
 }
 
 unsigned int object::as_uint(unsigned int fallback) const {
-  const number* n = std::any_cast<number>(&value_);
+  const number* n = held_if<number>(value_);
   if (!n) return fallback;
   // std::stoul is 64 bits wide here; the magnitude must fit 32 bits, and a
   // leading minus negates it modulo 2^32, as a 32-bit stoul would.
@@ -214,22 +215,22 @@ unsigned int object::as_uint(unsigned int fallback) const {
 }
 
 long long object::as_int64(long long fallback) const {
-  const number* n = std::any_cast<number>(&value_);
+  const number* n = held_if<number>(value_);
   return n ? std::stoll(n->text) : fallback;
 }
 
 unsigned long long object::as_uint64(unsigned long long fallback) const {
-  const number* n = std::any_cast<number>(&value_);
+  const number* n = held_if<number>(value_);
   return n ? std::stoull(n->text) : fallback;
 }
 
 std::wstring object::as_string(std::wstring_view fallback) const {
-  const std::wstring* s = std::any_cast<std::wstring>(&value_);
+  const std::wstring* s = held_if<std::wstring>(value_);
   return s ? *s : std::wstring(fallback);
 }
 
 std::wstring object::as_number_string(std::wstring_view fallback) const {
-  const number* n = std::any_cast<number>(&value_);
+  const number* n = held_if<number>(value_);
   return n ? n->text : std::wstring(fallback);
 }
 
@@ -242,7 +243,7 @@ object& object::null() noexcept {
 }
 
 object& object::empty_array() {
-  if (std::any_cast<array_type>(&value_)) return *this;
+  if (held_if<array_type>(value_)) return *this;
   std::any fresh(std::in_place_type<array_type>);
   drop_value(value_);
   value_ = std::move(fresh);
@@ -250,7 +251,7 @@ object& object::empty_array() {
 }
 
 object& object::empty_object() {
-  if (std::any_cast<dictionary_type>(&value_)) return *this;
+  if (held_if<dictionary_type>(value_)) return *this;
   std::any fresh(std::in_place_type<dictionary_type>);
   drop_value(value_);
   value_ = std::move(fresh);

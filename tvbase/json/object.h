@@ -249,8 +249,21 @@ class parser {
   // Appends number text to `out`, as parse_number gives it.
   void read_number(std::wstring& out);
   [[noreturn]] static void raise(exception e);
+  // Reading into an array or dictionary that already has elements or
+  // entries, slot by slot in place.
+  void read_array_over(object::array_type& elements);
+  void read_dictionary_over(object::dictionary_type& entries);
+  // Finds the key in scratch_ among the entries from `base` on, or appends
+  // it with a null value; gives its index.
+  std::size_t entry_for_key(std::size_t base);
+
   // Reused for keys and string values, so a string costs one exact allocation.
   std::wstring scratch_;
+  // The elements and entries of the containers being read, one stretch per
+  // open container. A container gets them, at their exact count, when it
+  // closes or when reading fails inside it.
+  object::array_type elements_;
+  object::dictionary_type entries_;
 };
 
 }  // namespace json

@@ -78,7 +78,6 @@ void parser::parse_value(object& target) {
       scratch_.clear();
       parse_string(scratch_, true);
       std::any text(std::in_place_type<std::wstring>, scratch_.data(), scratch_.size());
-      object::drop_value(target.value_);
       target.value_ = std::move(text);
       break;
     }
@@ -130,9 +129,22 @@ void parser::parse_literal(std::wstring_view word) {
   }
 }
 
-// Element i is taken as target[i], which makes the array exactly i + 1 long:
-// element 0 shrinks an array that was there before to one element, and each
-// later one is appended.
+namespace {
+
+// Moves the stretch of `from` that starts at `base` to the end of `to`, and
+// cuts it from `from`.
+template <class Vector>
+void hand_over(Vector& from, std::size_t base, Vector& to) {
+  to.reserve(to.size() + (from.size() - base));
+  for (std::size_t i = base; i < from.size(); ++i) to.push_back(std::move(from[i]));
+  from.erase(from.begin() + static_cast<std::ptrdiff_t>(base), from.end());
+}
+
+}  // namespace
+
+// An array read into an empty one collects its elements on elements_ and
+// gets them at their exact count at the end, or as far as reading got when
+// it fails. An array that has elements is read over in place.
 void parser::parse_array(object& target) {
   object::array_type& elements = held<object::array_type>(target.empty_array().value_);
   advance();
@@ -141,6 +153,44 @@ void parser::parse_array(object& target) {
     advance();
     return;
   }
+  if (!elements.empty()) {
+    read_array_over(elements);
+    return;
+  }
+  const std::size_t base = elements_.size();
+  try {
+    for (;;) {
+      // The slot is made before its value is read.
+      object element;
+      try {
+        parse_value(element);
+      } catch (...) {
+        elements_.push_back(std::move(element));
+        throw;
+      }
+      elements_.push_back(std::move(element));
+      const wchar_t c = peek();
+      if (c == L',') {
+        advance();
+        skip_whitespace();
+      } else if (c == L']') {
+        advance();
+        break;
+      } else {
+        raise(exception::expected_closing_bracket);
+      }
+    }
+  } catch (...) {
+    hand_over(elements_, base, elements);
+    throw;
+  }
+  hand_over(elements_, base, elements);
+}
+
+// Element i is taken as target[i], which makes the array exactly i + 1 long:
+// element 0 shrinks the old array to one element and is read over, and each
+// later one is appended.
+void parser::read_array_over(object::array_type& elements) {
   elements.resize(1);
   object* slot = &elements.front();
   for (;;) {
@@ -159,7 +209,16 @@ void parser::parse_array(object& target) {
   }
 }
 
-// A key that is there already is read over; a new one is appended.
+std::size_t parser::entry_for_key(std::size_t base) {
+  for (std::size_t i = base; i < entries_.size(); ++i) {
+    if (detail::same_key(entries_[i].first, scratch_)) return i;
+  }
+  entries_.emplace_back(scratch_, object());
+  return entries_.size() - 1;
+}
+
+// As parse_array: a fresh dictionary collects its entries on entries_. A key
+// that came before in the same text is read over its earlier value.
 void parser::parse_dictionary(object& target) {
   object::dictionary_type& entries = held<object::dictionary_type>(target.empty_object().value_);
   advance();
@@ -168,6 +227,49 @@ void parser::parse_dictionary(object& target) {
     advance();
     return;
   }
+  if (!entries.empty()) {
+    read_dictionary_over(entries);
+    return;
+  }
+  const std::size_t base = entries_.size();
+  try {
+    for (;;) {
+      scratch_.clear();
+      parse_string(scratch_, true);
+      skip_whitespace();
+      if (peek() != L':') raise(exception::expected_colon);
+      advance();
+      // The value is read outside entries_, which nested reads may move.
+      const std::size_t slot = entry_for_key(base);
+      object value(std::move(entries_[slot].second));
+      try {
+        parse_value(value);
+      } catch (...) {
+        entries_[slot].second.value_ = std::move(value.value_);
+        throw;
+      }
+      entries_[slot].second.value_ = std::move(value.value_);
+      const wchar_t c = peek();
+      if (c == L',') {
+        advance();
+        skip_whitespace();
+      } else if (c == L'}') {
+        advance();
+        break;
+      } else {
+        raise(exception::expected_closing_brace);
+      }
+    }
+  } catch (...) {
+    hand_over(entries_, base, entries);
+    throw;
+  }
+  hand_over(entries_, base, entries);
+}
+
+// Each key of the text is found or appended through the same search as
+// operator[](key), and its value read over what it held.
+void parser::read_dictionary_over(object::dictionary_type& entries) {
   for (;;) {
     scratch_.clear();
     parse_string(scratch_, true);
@@ -320,7 +422,6 @@ void parser::parse_number_value(object& target) {
   scratch_.clear();
   read_number(scratch_);
   std::any value(std::in_place_type<number>, std::wstring(scratch_));
-  object::drop_value(target.value_);
   target.value_ = std::move(value);
 }
 

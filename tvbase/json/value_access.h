@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cwchar>
 #include <string>
+#include <type_traits>
 #include <typeinfo>
 
 #include <tvbase/json/object.h>
@@ -18,14 +19,20 @@ namespace json::detail {
 inline object::type type_of(const std::any& value) noexcept {
   if (!value.has_value()) return object::type::invalid;
   const std::type_info& t = value.type();
-  // Most frequent first; equal type_info objects are usually one object, so
-  // these compare addresses before names.
+  // Addresses first, most frequent first: within one program each type has
+  // one type_info object. Names are compared only when none of them match.
+  if (&t == &typeid(std::wstring)) return object::type::string;
+  if (&t == &typeid(number)) return object::type::number;
+  if (&t == &typeid(std::nullptr_t)) return object::type::null;
+  if (&t == &typeid(object::dictionary_type)) return object::type::dictionary;
+  if (&t == &typeid(object::array_type)) return object::type::array;
+  if (&t == &typeid(bool)) return object::type::boolean;
   if (t == typeid(std::wstring)) return object::type::string;
   if (t == typeid(number)) return object::type::number;
+  if (t == typeid(std::nullptr_t)) return object::type::null;
   if (t == typeid(object::dictionary_type)) return object::type::dictionary;
   if (t == typeid(object::array_type)) return object::type::array;
   if (t == typeid(bool)) return object::type::boolean;
-  if (t == typeid(std::nullptr_t)) return object::type::null;
   return object::type::invalid;
 }
 
@@ -41,6 +48,26 @@ T& held(std::any& value) noexcept {
 template <class T>
 const T& held(const std::any& value) noexcept {
   return *std::any_cast<T>(&value);
+}
+
+// The held value if `value` holds a T, else null. Unlike std::any_cast, a
+// miss costs no comparison of type names.
+template <class T>
+constexpr object::type type_for() noexcept {
+  if constexpr (std::is_same_v<T, std::wstring>) return object::type::string;
+  if constexpr (std::is_same_v<T, number>) return object::type::number;
+  if constexpr (std::is_same_v<T, bool>) return object::type::boolean;
+  if constexpr (std::is_same_v<T, object::dictionary_type>) return object::type::dictionary;
+  if constexpr (std::is_same_v<T, object::array_type>) return object::type::array;
+  return object::type::invalid;
+}
+template <class T>
+T* held_if(std::any& value) noexcept {
+  return type_of(value) == type_for<T>() ? &held<T>(value) : nullptr;
+}
+template <class T>
+const T* held_if(const std::any& value) noexcept {
+  return type_of(value) == type_for<T>() ? &held<T>(value) : nullptr;
 }
 
 // Keys are equal when they have the same length and the same units.

@@ -70,65 +70,34 @@ bool plain(std::uint32_t u, strategy_t strategy) noexcept {
 
 }  // namespace
 
-// Writes values into a wide string, which is handed to a stream in pieces
-// when there is one.
-class writer {
+// Counts the units that a walk would write, so that to_string() can make its
+// result at the final length and write it without a copy.
+class size_counter {
  public:
-  writer(std::wstring& out, strategy_t strategy, std::wostream* sink)
-      : out_(out), strategy_(strategy), sink_(sink) {}
-
-  // The tree below `root`, walked with an explicit stack.
-  void write(const object& root) {
-    struct frame {
-      const std::any* container;
-      std::size_t next;
-      bool dictionary;
-    };
-    std::vector<frame> stack;
-    const auto open = [&](const object& value) {
-      const object::type t = type_of(value.value_);
-      if (t == object::type::array || t == object::type::dictionary) {
-        const bool dictionary = t == object::type::dictionary;
-        out_.push_back(dictionary ? L'{' : L'[');
-        stack.push_back({&value.value_, 0, dictionary});
-      } else {
-        write_scalar(value.value_, t);
-      }
-    };
-    open(root);
-    while (!stack.empty()) {
-      frame& top = stack.back();
-      const std::size_t index = top.next++;
-      const object* child;
-      if (top.dictionary) {
-        const auto& entries = held<object::dictionary_type>(*top.container);
-        if (index == entries.size()) {
-          out_.push_back(L'}');
-          stack.pop_back();
-          continue;
-        }
-        if (index) out_.push_back(L',');
-        out_.push_back(L'"');
-        append_escaped(entries[index].first);
-        out_.append(L"\":", 2);
-        child = &entries[index].second;
-      } else {
-        const auto& elements = held<object::array_type>(*top.container);
-        if (index == elements.size()) {
-          out_.push_back(L']');
-          stack.pop_back();
-          continue;
-        }
-        if (index) out_.push_back(L',');
-        child = &elements[index];
-      }
-      open(*child);
-      flush_if_full();
-    }
-    flush();
+  explicit size_counter(strategy_t strategy) : strategy_(strategy) {}
+  void put(wchar_t) { ++size_; }
+  void put(const wchar_t*, std::size_t n) { size_ += n; }
+  void put_escaped(std::wstring_view text) {
+    size_ += text.size();
+    for (const wchar_t c : text) size_ += static_cast<std::size_t>(extra_units(unit(c), strategy_));
   }
+  void tick() {}
+  std::size_t size() const { return size_; }
 
-  void append_escaped(std::wstring_view text) {
+ private:
+  strategy_t strategy_;
+  std::size_t size_ = 0;
+};
+
+// Appends to a wide string; with a stream, hands the string over to it in
+// pieces of about kChunk units and reuses it.
+class text_sink {
+ public:
+  text_sink(std::wstring& out, strategy_t strategy, std::wostream* stream)
+      : out_(out), strategy_(strategy), stream_(stream) {}
+  void put(wchar_t c) { out_.push_back(c); }
+  void put(const wchar_t* p, std::size_t n) { out_.append(p, n); }
+  void put_escaped(std::wstring_view text) {
     const wchar_t* p = text.data();
     const wchar_t* const end = p + text.size();
     while (p != end) {
@@ -141,52 +110,117 @@ class writer {
       out_.append(buffer, write_escape(buffer, u, extra_units(u, strategy_)));
     }
   }
-
- private:
-  void write_scalar(const std::any& value, object::type t) {
-    switch (t) {
-      case object::type::invalid: break;
-      case object::type::null: out_.append(L"null", 4); break;
-      case object::type::number: out_.append(held<number>(value).text); break;
-      case object::type::string:
-        out_.push_back(L'"');
-        append_escaped(held<std::wstring>(value));
-        out_.push_back(L'"');
-        break;
-      case object::type::boolean:
-        if (held<bool>(value)) {
-          out_.append(L"true", 4);
-        } else {
-          out_.append(L"false", 5);
-        }
-        break;
-      default: break;
-    }
-  }
-
-  void flush_if_full() {
-    if (sink_ && out_.size() >= kChunk) flush();
+  void tick() {
+    if (stream_ && out_.size() >= kChunk) flush();
   }
   void flush() {
-    if (!sink_) return;
-    sink_->write(out_.data(), static_cast<std::streamsize>(out_.size()));
+    if (!stream_) return;
+    stream_->write(out_.data(), static_cast<std::streamsize>(out_.size()));
     out_.clear();
   }
 
+ private:
   static constexpr std::size_t kChunk = 16384;
   std::wstring& out_;
   strategy_t strategy_;
-  std::wostream* sink_;
+  std::wostream* stream_;
+};
+
+// The walk over a tree, with an explicit stack, feeding one of the two
+// sinks above.
+class writer {
+ public:
+  template <class Sink>
+  static void walk(const object& root, Sink& sink) {
+    struct frame {
+      const std::any* container;
+      std::size_t next;
+      bool dictionary;
+    };
+    std::vector<frame> stack;
+    const auto open = [&](const object& value) {
+      const object::type t = type_of(value.value_);
+      if (t == object::type::array || t == object::type::dictionary) {
+        const bool dictionary = t == object::type::dictionary;
+        sink.put(dictionary ? L'{' : L'[');
+        stack.push_back({&value.value_, 0, dictionary});
+      } else {
+        put_scalar(value.value_, t, sink);
+      }
+    };
+    open(root);
+    while (!stack.empty()) {
+      frame& top = stack.back();
+      const std::size_t index = top.next++;
+      const object* child;
+      if (top.dictionary) {
+        const auto& entries = held<object::dictionary_type>(*top.container);
+        if (index == entries.size()) {
+          sink.put(L'}');
+          stack.pop_back();
+          continue;
+        }
+        if (index) sink.put(L',');
+        sink.put(L'"');
+        sink.put_escaped(entries[index].first);
+        sink.put(L"\":", 2);
+        child = &entries[index].second;
+      } else {
+        const auto& elements = held<object::array_type>(*top.container);
+        if (index == elements.size()) {
+          sink.put(L']');
+          stack.pop_back();
+          continue;
+        }
+        if (index) sink.put(L',');
+        child = &elements[index];
+      }
+      open(*child);
+      sink.tick();
+    }
+  }
+
+ private:
+  template <class Sink>
+  static void put_scalar(const std::any& value, object::type t, Sink& sink) {
+    switch (t) {
+      case object::type::null: sink.put(L"null", 4); break;
+      case object::type::number: {
+        const std::wstring& text = held<number>(value).text;
+        sink.put(text.data(), text.size());
+        break;
+      }
+      case object::type::string:
+        sink.put(L'"');
+        sink.put_escaped(held<std::wstring>(value));
+        sink.put(L'"');
+        break;
+      case object::type::boolean:
+        if (held<bool>(value)) {
+          sink.put(L"true", 4);
+        } else {
+          sink.put(L"false", 5);
+        }
+        break;
+      default: break;  // an invalid value writes nothing
+    }
+  }
 };
 
 void object::serialize(std::wostream& out, escape_strategy strategy) const {
   std::wstring buffer;
-  writer(buffer, strategy, &out).write(*this);
+  text_sink sink(buffer, strategy, &out);
+  writer::walk(*this, sink);
+  sink.flush();
 }
 
 std::wstring object::to_string(escape_strategy strategy) const {
+  size_counter counter(strategy);
+  writer::walk(*this, counter);
   std::wstring text;
-  writer(text, strategy, nullptr).write(*this);
+  text.reserve(counter.size());
+  text_sink sink(text, strategy, nullptr);
+  writer::walk(*this, sink);
   return text;
 }
 
