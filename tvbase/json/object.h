@@ -256,6 +256,11 @@ class parser {
   // Finds the key in scratch_ among the entries from `base` on, or appends
   // it with a null value; gives its index.
   std::size_t entry_for_key(std::size_t base);
+  // Reads a value into element (or entry) `index` of elements_ (entries_).
+  // A scalar is read in place; a container is read outside, since its own
+  // children may move the stacks.
+  void parse_element(std::size_t index);
+  void parse_entry_value(std::size_t index);
 
   // Reused for keys and string values, so a string costs one exact allocation.
   std::wstring scratch_;

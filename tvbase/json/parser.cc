@@ -2,8 +2,14 @@
 // wstring_to_number_wstring and unescape.
 #include <tvbase/json/object.h>
 
+#include <bit>
+#include <cwchar>
 #include <stdexcept>
 #include <utility>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "value_access.h"
 
@@ -15,6 +21,18 @@ using detail::unit;
 namespace {
 
 bool is_digit(wchar_t c) noexcept { return c >= L'0' && c <= L'9'; }
+
+// Makes `slot` hold a T. A fresh null slot is built in place; any other value
+// is replaced only once the new one exists.
+template <class T, class... Args>
+void store(std::any& slot, Args&&... args) {
+  if (std::any_cast<std::nullptr_t>(&slot)) {
+    slot.emplace<T>(std::forward<Args>(args)...);
+  } else {
+    std::any value(std::in_place_type<T>, std::forward<Args>(args)...);
+    slot = std::move(value);
+  }
+}
 
 }  // namespace
 
@@ -56,19 +74,56 @@ void parser::advance() {
   ++column;
 }
 
+namespace {
+
+// How many of the units at `p` (at least four must be there) are blanks, up
+// to four.
+inline int leading_blanks(const wchar_t* p) noexcept {
+#if defined(__SSE2__) && WCHAR_MAX > 0xFFFF
+  const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const int blanks = _mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(units, _mm_set1_epi32(L' '))));
+  return std::countr_one(static_cast<unsigned int>(blanks));
+#else
+  int n = 0;
+  while (n < 4 && p[n] == L' ') ++n;
+  return n;
+#endif
+}
+
+}  // namespace
+
+// Works on copies of the fields: the compiler must otherwise assume that
+// reading a unit may change `column`, and store it at every step. Runs of
+// blanks, as in indented text, are taken four units at a time.
 void parser::skip_whitespace() {
-  for (; cursor != limit; ++cursor) {
-    const wchar_t c = *cursor;
-    if (c == L' ' || c == L'\t' || c == L'\r') {
-      ++column;
-    } else if (c == L'\n') {
-      ++line;
-      column = 1;
-    } else {
-      if (c == 0) raise(exception::unexpected_end_of_file);
-      return;
+  const wchar_t* p = cursor;
+  const wchar_t* const end = limit;
+  if (p != end && unit(*p) > 0x20) return;
+  std::uint32_t at_line = line;
+  std::uint32_t at_column = column;
+  for (;;) {
+    while (end - p >= 4) {
+      const int blanks = leading_blanks(p);
+      p += blanks;
+      at_column += static_cast<std::uint32_t>(blanks);
+      if (blanks < 4) break;
     }
+    if (p == end) break;
+    const wchar_t c = *p;
+    if (c == L' ' || c == L'\t' || c == L'\r') {
+      ++at_column;
+    } else if (c == L'\n') {
+      ++at_line;
+      at_column = 1;
+    } else {
+      break;
+    }
+    ++p;
   }
+  cursor = p;
+  line = at_line;
+  column = at_column;
+  if (p != end && *p == 0) raise(exception::unexpected_end_of_file);
 }
 
 void parser::parse_value(object& target) {
@@ -77,8 +132,7 @@ void parser::parse_value(object& target) {
     case L'"': {
       scratch_.clear();
       parse_string(scratch_, true);
-      std::any text(std::in_place_type<std::wstring>, scratch_.data(), scratch_.size());
-      target.value_ = std::move(text);
+      store<std::wstring>(target.value_, scratch_.data(), scratch_.size());
       break;
     }
     case L'-':
@@ -161,14 +215,8 @@ void parser::parse_array(object& target) {
   try {
     for (;;) {
       // The slot is made before its value is read.
-      object element;
-      try {
-        parse_value(element);
-      } catch (...) {
-        elements_.push_back(std::move(element));
-        throw;
-      }
-      elements_.push_back(std::move(element));
+      elements_.emplace_back();
+      parse_element(elements_.size() - 1);
       const wchar_t c = peek();
       if (c == L',') {
         advance();
@@ -217,6 +265,44 @@ std::size_t parser::entry_for_key(std::size_t base) {
   return entries_.size() - 1;
 }
 
+namespace {
+
+bool opens_container(wchar_t c) noexcept { return c == L'[' || c == L'{'; }
+
+}  // namespace
+
+void parser::parse_element(std::size_t index) {
+  skip_whitespace();
+  if (!opens_container(peek())) {
+    parse_value(elements_[index]);
+    return;
+  }
+  object value(std::move(elements_[index]));
+  try {
+    parse_value(value);
+  } catch (...) {
+    elements_[index].value_ = std::move(value.value_);
+    throw;
+  }
+  elements_[index].value_ = std::move(value.value_);
+}
+
+void parser::parse_entry_value(std::size_t index) {
+  skip_whitespace();
+  if (!opens_container(peek())) {
+    parse_value(entries_[index].second);
+    return;
+  }
+  object value(std::move(entries_[index].second));
+  try {
+    parse_value(value);
+  } catch (...) {
+    entries_[index].second.value_ = std::move(value.value_);
+    throw;
+  }
+  entries_[index].second.value_ = std::move(value.value_);
+}
+
 // As parse_array: a fresh dictionary collects its entries on entries_. A key
 // that came before in the same text is read over its earlier value.
 void parser::parse_dictionary(object& target) {
@@ -239,16 +325,7 @@ void parser::parse_dictionary(object& target) {
       skip_whitespace();
       if (peek() != L':') raise(exception::expected_colon);
       advance();
-      // The value is read outside entries_, which nested reads may move.
-      const std::size_t slot = entry_for_key(base);
-      object value(std::move(entries_[slot].second));
-      try {
-        parse_value(value);
-      } catch (...) {
-        entries_[slot].second.value_ = std::move(value.value_);
-        throw;
-      }
-      entries_[slot].second.value_ = std::move(value.value_);
+      parse_entry_value(entry_for_key(base));
       const wchar_t c = peek();
       if (c == L',') {
         advance();
@@ -310,12 +387,14 @@ void parser::parse_string(std::wstring& out, bool quoted) {
 // the column moves by the run's length.
 void parser::read_string_body(std::wstring& out, bool quoted) {
   for (;;) {
-    const wchar_t* run = cursor;
-    while (cursor != limit) {
-      const wchar_t c = *cursor;
+    const wchar_t* const run = cursor;
+    const wchar_t* p = run;
+    while (p != limit) {
+      const wchar_t c = *p;
       if (c == L'"' || c == L'\\' || unit(c) < 0x20) break;
-      ++cursor;
+      ++p;
     }
+    cursor = p;
     out.append(run, cursor);
     column += static_cast<std::uint32_t>(cursor - run);
     if (cursor == limit && !quoted) return;
@@ -421,8 +500,7 @@ void parser::read_number(std::wstring& out) {
 void parser::parse_number_value(object& target) {
   scratch_.clear();
   read_number(scratch_);
-  std::any value(std::in_place_type<number>, std::wstring(scratch_));
-  target.value_ = std::move(value);
+  store<number>(target.value_, std::wstring(scratch_));
 }
 
 std::optional<object::error> object::parse(std::wstring_view text) {
