@@ -24,3 +24,11 @@ show "$tvbase" urlencode --code-page 28591 "price: 5 €"
 section "UTF-8 shape check"
 show "$tvbase" utf8check examples/text/valid-utf8.txt
 show "$tvbase" utf8check examples/text/broken-utf8.txt
+
+section "JSON document model"
+show cat examples/json/order.json
+show "$tvbase" json examples/json/order.json
+show "$tvbase" json --escape surrogates examples/json/order.json
+show "$tvbase" json --escape non-ascii examples/json/order.json
+show "$tvbase" json examples/json/broken.json
+show "$tvbase" json examples/json/latin1.json

@@ -17,5 +17,6 @@ struct command {
 
 extern const command urlencode_command;
 extern const command utf8check_command;
+extern const command json_command;
 
 #endif  // TVBASE_TOOLS_TVBASE_COMMANDS_H

@@ -13,6 +13,7 @@ namespace {
 const command* const kCommands[] = {
     &urlencode_command,
     &utf8check_command,
+    &json_command,
 };
 
 void print_overview(std::FILE* to) {
