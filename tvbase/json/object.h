@@ -3,6 +3,7 @@
 
 #include <any>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <iosfwd>
 #include <optional>
@@ -256,19 +257,16 @@ class parser {
   // Finds the key in scratch_ among the entries from `base` on, or appends
   // it with a null value; gives its index.
   std::size_t entry_for_key(std::size_t base);
-  // Reads a value into element (or entry) `index` of elements_ (entries_).
-  // A scalar is read in place; a container is read outside, since its own
-  // children may move the stacks.
-  void parse_element(std::size_t index);
-  void parse_entry_value(std::size_t index);
 
   // Reused for keys and string values, so a string costs one exact allocation.
   std::wstring scratch_;
   // The elements and entries of the containers being read, one stretch per
   // open container. A container gets them, at their exact count, when it
-  // closes or when reading fails inside it.
-  object::array_type elements_;
-  object::dictionary_type entries_;
+  // closes or when reading fails inside it. Deques, so that a slot stays in
+  // place while the values below it are read, and so that the stacks grow
+  // in small blocks.
+  std::deque<object> elements_;
+  std::deque<std::pair<std::wstring, object>> entries_;
 };
 
 }  // namespace json

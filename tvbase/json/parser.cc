@@ -3,6 +3,7 @@
 #include <tvbase/json/object.h>
 
 #include <bit>
+#include <iterator>
 #include <cwchar>
 #include <stdexcept>
 #include <utility>
@@ -187,11 +188,11 @@ namespace {
 
 // Moves the stretch of `from` that starts at `base` to the end of `to`, and
 // cuts it from `from`.
-template <class Vector>
-void hand_over(Vector& from, std::size_t base, Vector& to) {
-  to.reserve(to.size() + (from.size() - base));
-  for (std::size_t i = base; i < from.size(); ++i) to.push_back(std::move(from[i]));
-  from.erase(from.begin() + static_cast<std::ptrdiff_t>(base), from.end());
+template <class Stack, class Vector>
+void hand_over(Stack& from, std::size_t base, Vector& to) {
+  const auto first = from.begin() + static_cast<std::ptrdiff_t>(base);
+  to.insert(to.end(), std::make_move_iterator(first), std::make_move_iterator(from.end()));
+  from.erase(first, from.end());
 }
 
 }  // namespace
@@ -215,8 +216,7 @@ void parser::parse_array(object& target) {
   try {
     for (;;) {
       // The slot is made before its value is read.
-      elements_.emplace_back();
-      parse_element(elements_.size() - 1);
+      parse_value(elements_.emplace_back());
       const wchar_t c = peek();
       if (c == L',') {
         advance();
@@ -258,49 +258,12 @@ void parser::read_array_over(object::array_type& elements) {
 }
 
 std::size_t parser::entry_for_key(std::size_t base) {
-  for (std::size_t i = base; i < entries_.size(); ++i) {
-    if (detail::same_key(entries_[i].first, scratch_)) return i;
+  const auto first = entries_.begin() + static_cast<std::ptrdiff_t>(base);
+  for (auto it = first; it != entries_.end(); ++it) {
+    if (detail::same_key(it->first, scratch_)) return base + static_cast<std::size_t>(it - first);
   }
   entries_.emplace_back(scratch_, object());
   return entries_.size() - 1;
-}
-
-namespace {
-
-bool opens_container(wchar_t c) noexcept { return c == L'[' || c == L'{'; }
-
-}  // namespace
-
-void parser::parse_element(std::size_t index) {
-  skip_whitespace();
-  if (!opens_container(peek())) {
-    parse_value(elements_[index]);
-    return;
-  }
-  object value(std::move(elements_[index]));
-  try {
-    parse_value(value);
-  } catch (...) {
-    elements_[index].value_ = std::move(value.value_);
-    throw;
-  }
-  elements_[index].value_ = std::move(value.value_);
-}
-
-void parser::parse_entry_value(std::size_t index) {
-  skip_whitespace();
-  if (!opens_container(peek())) {
-    parse_value(entries_[index].second);
-    return;
-  }
-  object value(std::move(entries_[index].second));
-  try {
-    parse_value(value);
-  } catch (...) {
-    entries_[index].second.value_ = std::move(value.value_);
-    throw;
-  }
-  entries_[index].second.value_ = std::move(value.value_);
 }
 
 // As parse_array: a fresh dictionary collects its entries on entries_. A key
@@ -325,7 +288,7 @@ void parser::parse_dictionary(object& target) {
       skip_whitespace();
       if (peek() != L':') raise(exception::expected_colon);
       advance();
-      parse_entry_value(entry_for_key(base));
+      parse_value(entries_[entry_for_key(base)].second);
       const wchar_t c = peek();
       if (c == L',') {
         advance();
