@@ -7,23 +7,14 @@
 
 #include <gtest/gtest.h>
 
+#include "test_text.h"
+
 namespace {
 
 using json::object;
 using namespace std::string_literals;
 
-std::string shown(std::wstring_view text) {
-  std::string out;
-  for (const wchar_t c : text) {
-    const auto u = static_cast<std::uint32_t>(c);
-    if (u >= 0x20 && u < 0x7F) {
-      out.push_back(static_cast<char>(u));
-    } else {
-      out += "\\x{" + std::to_string(u) + "}";
-    }
-  }
-  return out;
-}
+using json::testing::shown;
 
 const std::vector<std::wstring>& accepted() {
   static const std::vector<std::wstring> texts = {

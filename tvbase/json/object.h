@@ -250,13 +250,10 @@ class parser {
   // Appends number text to `out`, as parse_number gives it.
   void read_number(std::wstring& out);
   [[noreturn]] static void raise(exception e);
-  // Reading into an array or dictionary that already has elements or
-  // entries, slot by slot in place.
-  void read_array_over(object::array_type& elements);
-  void read_dictionary_over(object::dictionary_type& entries);
-  // Finds the key in scratch_ among the entries from `base` on, or appends
-  // it with a null value; gives its index.
-  std::size_t entry_for_key(std::size_t base);
+  // After a value in a container: steps over a ',' and the white space
+  // behind it and gives false, or over `close` and gives true; anything
+  // else raises `otherwise`.
+  bool next_or_close(wchar_t close, exception otherwise);
 
   // Reused for keys and string values, so a string costs one exact allocation.
   std::wstring scratch_;

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include "test_text.h"
+
 namespace {
 
 using json::object;
@@ -22,7 +24,7 @@ object read(std::wstring_view text) {
   return value;
 }
 
-std::string narrow(std::wstring_view text) { return std::string(text.begin(), text.end()); }
+using json::testing::shown;
 
 TEST(JsonObject, TypesKeepTheirNumbers) {
   EXPECT_EQ(static_cast<int>(type::invalid), 0);
@@ -58,7 +60,7 @@ TEST(JsonObject, EachWriteGivesItsType) {
     for (const wchar_t* before : {L"null", L"5", L"\"s\"", L"true", L"{\"a\":[1]}", L"[[1],2]"}) {
       object value = read(before);
       r.write(value);
-      EXPECT_EQ(value.get_type(), r.expected) << narrow(before);
+      EXPECT_EQ(value.get_type(), r.expected) << shown(before);
       EXPECT_EQ(value.is_invalid(), r.expected == type::invalid);
       EXPECT_EQ(value.is_null(), r.expected == type::null);
       EXPECT_EQ(value.is_number(), r.expected == type::number);
@@ -157,7 +159,7 @@ TEST(JsonObject, IntegerReadsTakeSignAndIntegerPart) {
       {L"-9223372036854775808", std::numeric_limits<long long>::min(), 9223372036854775808ull},
   };
   for (const row& r : rows) {
-    SCOPED_TRACE(narrow(r.text));
+    SCOPED_TRACE(shown(r.text));
     object value;
     value = json::number(r.text);
     EXPECT_EQ(value.as_int64(42), r.as_int64);
@@ -193,7 +195,7 @@ TEST(JsonObject, NumberReadsThrowWhenOutOfRange) {
       {L"12.75", dbl, false, 12.75},
   };
   for (const row& r : rows) {
-    SCOPED_TRACE(narrow(r.text) + " op " + std::to_string(r.read));
+    SCOPED_TRACE(shown(r.text) + " op " + std::to_string(r.read));
     object value;
     value = json::number(r.text);
     const auto run = [&]() -> double {
@@ -254,7 +256,7 @@ TEST(JsonObject, IndexResizesToExactlyIndexPlusOne) {
       {L"\"s\"", 0, L"[true]"},
   };
   for (const row& r : rows) {
-    SCOPED_TRACE(narrow(r.before) + " [" + std::to_string(r.index) + "]");
+    SCOPED_TRACE(shown(r.before) + " [" + std::to_string(r.index) + "]");
     object value = read(r.before);
     value[r.index] = true;
     EXPECT_EQ(value.to_string(), r.after);
@@ -293,7 +295,7 @@ TEST(JsonObject, EmptyContainersKeepOnlyTheirOwnType) {
       {L"{\"a\":1}", false, L"{\"a\":1}"}, {L"[1,2]", false, L"{}"},  {L"null", false, L"{}"},
   };
   for (const row& r : rows) {
-    SCOPED_TRACE(narrow(r.before));
+    SCOPED_TRACE(shown(r.before));
     object value = read(r.before);
     object& same = r.array ? value.empty_array() : value.empty_object();
     EXPECT_EQ(&same, &value);
@@ -415,7 +417,7 @@ TEST(JsonObject, DoubleToNumberTextKeepsFifteenDigits) {
       {1e100, L"1e+100"},
   };
   for (const row& r : rows) {
-    SCOPED_TRACE(narrow(r.text));
+    SCOPED_TRACE(shown(r.text));
     const std::wstring text = json::functions::double_to_number_wstring(r.value);
     EXPECT_EQ(text, r.text);
     // Number text as the reader would store it, so it round-trips.

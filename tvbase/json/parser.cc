@@ -195,11 +195,36 @@ void hand_over(Stack& from, std::size_t base, Vector& to) {
   from.erase(first, from.end());
 }
 
+// The value of `key` among the entries from `first` on, appended with a null
+// value if it is not there: the search of operator[](key).
+template <class Entries>
+object& slot_for_key(Entries& entries, std::size_t first, const std::wstring& key) {
+  for (auto it = entries.begin() + static_cast<std::ptrdiff_t>(first); it != entries.end(); ++it) {
+    if (detail::same_key(it->first, key)) return it->second;
+  }
+  return entries.emplace_back(key, object()).second;
+}
+
 }  // namespace
+
+bool parser::next_or_close(wchar_t close, exception otherwise) {
+  const wchar_t c = peek();
+  if (c == L',') {
+    advance();
+    skip_whitespace();
+    return false;
+  }
+  if (c != close) raise(otherwise);
+  advance();
+  return true;
+}
 
 // An array read into an empty one collects its elements on elements_ and
 // gets them at their exact count at the end, or as far as reading got when
-// it fails. An array that has elements is read over in place.
+// it fails. An array that has elements is read over in place: element i is
+// taken as target[i], which makes the array exactly i + 1 long, so element 0
+// shrinks the old array to one element and is read over, and each later one
+// is appended. Either way a slot is made before its value is read.
 void parser::parse_array(object& target) {
   object::array_type& elements = held<object::array_type>(target.empty_array().value_);
   advance();
@@ -208,25 +233,21 @@ void parser::parse_array(object& target) {
     advance();
     return;
   }
-  if (!elements.empty()) {
-    read_array_over(elements);
-    return;
-  }
+  const bool over = !elements.empty();
   const std::size_t base = elements_.size();
   try {
-    for (;;) {
-      // The slot is made before its value is read.
-      parse_value(elements_.emplace_back());
-      const wchar_t c = peek();
-      if (c == L',') {
-        advance();
-        skip_whitespace();
-      } else if (c == L']') {
-        advance();
-        break;
+    for (std::size_t index = 0;; ++index) {
+      object* slot;
+      if (!over) {
+        slot = &elements_.emplace_back();
+      } else if (index == 0) {
+        elements.resize(1);
+        slot = &elements.front();
       } else {
-        raise(exception::expected_closing_bracket);
+        slot = &elements.emplace_back();
       }
+      parse_value(*slot);
+      if (next_or_close(L']', exception::expected_closing_bracket)) break;
     }
   } catch (...) {
     hand_over(elements_, base, elements);
@@ -235,39 +256,9 @@ void parser::parse_array(object& target) {
   hand_over(elements_, base, elements);
 }
 
-// Element i is taken as target[i], which makes the array exactly i + 1 long:
-// element 0 shrinks the old array to one element and is read over, and each
-// later one is appended.
-void parser::read_array_over(object::array_type& elements) {
-  elements.resize(1);
-  object* slot = &elements.front();
-  for (;;) {
-    parse_value(*slot);
-    const wchar_t c = peek();
-    if (c == L',') {
-      advance();
-      skip_whitespace();
-      slot = &elements.emplace_back();
-    } else if (c == L']') {
-      advance();
-      return;
-    } else {
-      raise(exception::expected_closing_bracket);
-    }
-  }
-}
-
-std::size_t parser::entry_for_key(std::size_t base) {
-  const auto first = entries_.begin() + static_cast<std::ptrdiff_t>(base);
-  for (auto it = first; it != entries_.end(); ++it) {
-    if (detail::same_key(it->first, scratch_)) return base + static_cast<std::size_t>(it - first);
-  }
-  entries_.emplace_back(scratch_, object());
-  return entries_.size() - 1;
-}
-
-// As parse_array: a fresh dictionary collects its entries on entries_. A key
-// that came before in the same text is read over its earlier value.
+// As parse_array: a fresh dictionary collects its entries on entries_, one
+// that has entries is read over in place. Either way a key that is there
+// already, from before or from earlier in the text, is read over its value.
 void parser::parse_dictionary(object& target) {
   object::dictionary_type& entries = held<object::dictionary_type>(target.empty_object().value_);
   advance();
@@ -276,10 +267,7 @@ void parser::parse_dictionary(object& target) {
     advance();
     return;
   }
-  if (!entries.empty()) {
-    read_dictionary_over(entries);
-    return;
-  }
+  const bool over = !entries.empty();
   const std::size_t base = entries_.size();
   try {
     for (;;) {
@@ -288,54 +276,14 @@ void parser::parse_dictionary(object& target) {
       skip_whitespace();
       if (peek() != L':') raise(exception::expected_colon);
       advance();
-      parse_value(entries_[entry_for_key(base)].second);
-      const wchar_t c = peek();
-      if (c == L',') {
-        advance();
-        skip_whitespace();
-      } else if (c == L'}') {
-        advance();
-        break;
-      } else {
-        raise(exception::expected_closing_brace);
-      }
+      parse_value(over ? slot_for_key(entries, 0, scratch_) : slot_for_key(entries_, base, scratch_));
+      if (next_or_close(L'}', exception::expected_closing_brace)) break;
     }
   } catch (...) {
     hand_over(entries_, base, entries);
     throw;
   }
   hand_over(entries_, base, entries);
-}
-
-// Each key of the text is found or appended through the same search as
-// operator[](key), and its value read over what it held.
-void parser::read_dictionary_over(object::dictionary_type& entries) {
-  for (;;) {
-    scratch_.clear();
-    parse_string(scratch_, true);
-    skip_whitespace();
-    if (peek() != L':') raise(exception::expected_colon);
-    advance();
-    object* slot = nullptr;
-    for (auto& entry : entries) {
-      if (detail::same_key(entry.first, scratch_)) {
-        slot = &entry.second;
-        break;
-      }
-    }
-    if (!slot) slot = &entries.emplace_back(scratch_, object()).second;
-    parse_value(*slot);
-    const wchar_t c = peek();
-    if (c == L',') {
-      advance();
-      skip_whitespace();
-    } else if (c == L'}') {
-      advance();
-      return;
-    } else {
-      raise(exception::expected_closing_brace);
-    }
-  }
 }
 
 void parser::parse_string(std::wstring& out, bool quoted) {

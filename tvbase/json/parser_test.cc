@@ -5,23 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include "test_text.h"
+
 namespace {
 
 using json::object;
 
 // Wide text for traces; units above 0x7E are shown as \x{...}.
-std::string shown(std::wstring_view text) {
-  std::string out;
-  for (const wchar_t c : text) {
-    const auto u = static_cast<std::uint32_t>(c);
-    if (u >= 0x20 && u < 0x7F) {
-      out.push_back(static_cast<char>(u));
-    } else {
-      out += "\\x{" + std::to_string(u) + "}";
-    }
-  }
-  return out;
-}
+using json::testing::shown;
 
 struct error_row {
   std::wstring text;
