@@ -102,6 +102,7 @@ class TVBASE_EXPORT object {
   // A null value (not an invalid one).
   object() noexcept : value_(nullptr) {}
   object(const object& other);
+  // Leaves `other` invalid.
   object(object&& other) noexcept;
   ~object();
 
