@@ -1,6 +1,7 @@
 // Writing a json::object as compact JSON text, and the string encoding.
 #include <tvbase/json/object.h>
 
+#include <cwchar>
 #include <ostream>
 #include <stdexcept>
 #include <vector>
@@ -81,7 +82,6 @@ class size_counter {
     size_ += text.size();
     for (const wchar_t c : text) size_ += static_cast<std::size_t>(extra_units(unit(c), strategy_));
   }
-  void tick() {}
   std::size_t size() const { return size_; }
 
  private:
@@ -89,41 +89,64 @@ class size_counter {
   std::size_t size_ = 0;
 };
 
-// Appends to a wide string; with a stream, hands the string over to it in
-// pieces of about kChunk units and reuses it.
+// Gathers units in a buffer of its own and hands them on in blocks, to a
+// wide string or to a stream, so that a unit costs a store and not a call.
 class text_sink {
  public:
-  text_sink(std::wstring& out, strategy_t strategy, std::wostream* stream)
-      : out_(out), strategy_(strategy), stream_(stream) {}
-  void put(wchar_t c) { out_.push_back(c); }
-  void put(const wchar_t* p, std::size_t n) { out_.append(p, n); }
+  text_sink(std::wstring* out, std::wostream* stream, strategy_t strategy)
+      : out_(out), stream_(stream), strategy_(strategy) {}
+  text_sink(const text_sink&) = delete;
+  text_sink& operator=(const text_sink&) = delete;
+
+  void put(wchar_t c) {
+    if (used_ == kBuffer) drain();
+    buffer_[used_++] = c;
+  }
+  void put(const wchar_t* p, std::size_t n) {
+    if (n > kBuffer - used_) {
+      drain();
+      if (n > kBuffer) {
+        hand_on(p, n);
+        return;
+      }
+    }
+    std::wmemcpy(buffer_ + used_, p, n);
+    used_ += n;
+  }
   void put_escaped(std::wstring_view text) {
     const wchar_t* p = text.data();
     const wchar_t* const end = p + text.size();
     while (p != end) {
       const wchar_t* run = p;
       while (p != end && plain(unit(*p), strategy_)) ++p;
-      out_.append(run, p);
+      put(run, static_cast<std::size_t>(p - run));
       if (p == end) break;
       const std::uint32_t u = unit(*p++);
-      wchar_t buffer[6];
-      out_.append(buffer, write_escape(buffer, u, extra_units(u, strategy_)));
+      wchar_t escaped[6];
+      put(escaped, static_cast<std::size_t>(write_escape(escaped, u, extra_units(u, strategy_)) - escaped));
     }
   }
-  void tick() {
-    if (stream_ && out_.size() >= kChunk) flush();
-  }
-  void flush() {
-    if (!stream_) return;
-    stream_->write(out_.data(), static_cast<std::streamsize>(out_.size()));
-    out_.clear();
+  // Hands on what is still buffered.
+  void drain() {
+    hand_on(buffer_, used_);
+    used_ = 0;
   }
 
  private:
-  static constexpr std::size_t kChunk = 16384;
-  std::wstring& out_;
-  strategy_t strategy_;
+  void hand_on(const wchar_t* p, std::size_t n) {
+    if (stream_) {
+      stream_->write(p, static_cast<std::streamsize>(n));
+    } else {
+      out_->append(p, n);
+    }
+  }
+
+  static constexpr std::size_t kBuffer = 4096;
+  std::wstring* out_;
   std::wostream* stream_;
+  strategy_t strategy_;
+  std::size_t used_ = 0;
+  wchar_t buffer_[kBuffer];
 };
 
 // The walk over a tree, with an explicit stack, feeding one of the two
@@ -176,7 +199,6 @@ class writer {
         child = &elements[index];
       }
       open(*child);
-      sink.tick();
     }
   }
 
@@ -208,10 +230,9 @@ class writer {
 };
 
 void object::serialize(std::wostream& out, escape_strategy strategy) const {
-  std::wstring buffer;
-  text_sink sink(buffer, strategy, &out);
+  text_sink sink(nullptr, &out, strategy);
   writer::walk(*this, sink);
-  sink.flush();
+  sink.drain();
 }
 
 std::wstring object::to_string(escape_strategy strategy) const {
@@ -219,8 +240,9 @@ std::wstring object::to_string(escape_strategy strategy) const {
   writer::walk(*this, counter);
   std::wstring text;
   text.reserve(counter.size());
-  text_sink sink(text, strategy, nullptr);
+  text_sink sink(&text, nullptr, strategy);
   writer::walk(*this, sink);
+  sink.drain();
   return text;
 }
 
