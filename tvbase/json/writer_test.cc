@@ -209,6 +209,9 @@ TEST(JsonSerialize, StreamAndStringAgreeOnLargeDocuments) {
     entry[L"name"] = std::wstring_view(L"n\xE9\"me\xD83D\xDE00");
     entry[L"tags"][1] = false;
   }
+  // Runs longer than the writer's buffer, plain and escaped.
+  const std::wstring long_run = std::wstring(9000, L'x') + L"\n" + std::wstring(5000, L'\xE9');
+  doc[L"long"] = std::wstring_view(long_run);
   for (const strategy s : {strategy::minimal, strategy::surrogates, strategy::non_ascii}) {
     std::wostringstream stream;
     doc.serialize(stream, s);
@@ -217,6 +220,8 @@ TEST(JsonSerialize, StreamAndStringAgreeOnLargeDocuments) {
     object again;
     ASSERT_FALSE(again.parse(text));
     EXPECT_EQ(again.to_string(s), text);
+    EXPECT_EQ(again(L"long").as_string(L""), long_run);
+    EXPECT_EQ(again(L"items")(4999)(L"name").as_string(L""), L"n\xE9\"me\xD83D\xDE00");
   }
 }
 
