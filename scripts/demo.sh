@@ -96,3 +96,11 @@ printf '\n$ cat -v BODY   # CR shown as ^M, other control bytes as ^X\n'
 cat -v "$body"
 printf '\n'
 rm -f "$body"
+
+section "JSON document model"
+show cat examples/json/order.json
+show tvbase json examples/json/order.json
+show tvbase json --escape surrogates examples/json/order.json
+show tvbase json --escape non-ascii examples/json/order.json
+show tvbase json examples/json/broken.json
+show tvbase json examples/json/latin1.json

@@ -19,6 +19,7 @@ const command* const kCommands[] = {
     &icon_command,
     &html_command,
     &form_command,
+    &json_command,
 };
 
 void print_overview(std::FILE* to) {

@@ -1,0 +1,450 @@
+// The reader of JSON text, and the two operations that use parts of it:
+// wstring_to_number_wstring and unescape.
+#include <tvbase/json/object.h>
+
+#include <bit>
+#include <iterator>
+#include <cwchar>
+#include <stdexcept>
+#include <utility>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "value_access.h"
+
+namespace json {
+
+using detail::held;
+using detail::unit;
+
+namespace {
+
+bool is_digit(wchar_t c) noexcept { return c >= L'0' && c <= L'9'; }
+
+// Makes `slot` hold a T. A fresh null slot is built in place; any other value
+// is replaced only once the new one exists.
+template <class T, class... Args>
+void store(std::any& slot, Args&&... args) {
+  if (std::any_cast<std::nullptr_t>(&slot)) {
+    slot.emplace<T>(std::forward<Args>(args)...);
+  } else {
+    std::any value(std::in_place_type<T>, std::forward<Args>(args)...);
+    slot = std::move(value);
+  }
+}
+
+}  // namespace
+
+const char* parser::message_of(exception e) noexcept {
+  switch (e) {
+    case exception::no_error: return "valid json";
+    case exception::expected_colon: return "expected a ':'";
+    case exception::expected_closing_brace: return "expected a '}'";
+    case exception::expected_closing_bracket: return "expected a ']'";
+    case exception::expected_hex: return "expected a hex value";
+    case exception::expected_quote: return "expected a '\"'";
+    case exception::expected_digit: return "expected a digit";
+    case exception::expected_end_of_file: return "expected end of file";
+    case exception::control_character: return "encountered literal control character in string";
+    case exception::invalid_escape: return "encountered invalid escaped character";
+    case exception::unescaped_quote: return "encountered unescaped quote";
+    case exception::unexpected_character: return "encountered unexpected character";
+    case exception::unexpected_end_of_file: return "unexpected end of file";
+    case exception::too_deep: return "too deeply nested";
+  }
+  return "oops";
+}
+
+void parser::raise(exception e) { throw e; }
+
+// A NUL unit is an end of the input wherever it stands, and is never
+// stepped over.
+wchar_t parser::peek() const {
+  if (cursor == limit || *cursor == 0) raise(exception::unexpected_end_of_file);
+  return *cursor;
+}
+
+void parser::advance() {
+  if (peek() == L'\n') {
+    ++line;
+    column = 0;
+  }
+  ++cursor;
+  ++column;
+}
+
+namespace {
+
+// How many of the units at `p` (at least four must be there) are blanks, up
+// to four.
+inline int leading_blanks(const wchar_t* p) noexcept {
+#if defined(__SSE2__) && WCHAR_MAX > 0xFFFF
+  const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const int blanks = _mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(units, _mm_set1_epi32(L' '))));
+  return std::countr_one(static_cast<unsigned int>(blanks));
+#else
+  int n = 0;
+  while (n < 4 && p[n] == L' ') ++n;
+  return n;
+#endif
+}
+
+}  // namespace
+
+// Works on copies of the fields: the compiler must otherwise assume that
+// reading a unit may change `column`, and store it at every step. Runs of
+// blanks, as in indented text, are taken four units at a time.
+void parser::skip_whitespace() {
+  const wchar_t* p = cursor;
+  const wchar_t* const end = limit;
+  if (p != end && unit(*p) > 0x20) return;
+  std::uint32_t at_line = line;
+  std::uint32_t at_column = column;
+  for (;;) {
+    while (end - p >= 4) {
+      const int blanks = leading_blanks(p);
+      p += blanks;
+      at_column += static_cast<std::uint32_t>(blanks);
+      if (blanks < 4) break;
+    }
+    if (p == end) break;
+    const wchar_t c = *p;
+    if (c == L' ' || c == L'\t' || c == L'\r') {
+      ++at_column;
+    } else if (c == L'\n') {
+      ++at_line;
+      at_column = 1;
+    } else {
+      break;
+    }
+    ++p;
+  }
+  cursor = p;
+  line = at_line;
+  column = at_column;
+  if (p != end && *p == 0) raise(exception::unexpected_end_of_file);
+}
+
+void parser::parse_value(object& target) {
+  skip_whitespace();
+  switch (peek()) {
+    case L'"': {
+      scratch_.clear();
+      parse_string(scratch_, true);
+      store<std::wstring>(target.value_, scratch_.data(), scratch_.size());
+      break;
+    }
+    case L'-':
+    case L'0':
+    case L'1':
+    case L'2':
+    case L'3':
+    case L'4':
+    case L'5':
+    case L'6':
+    case L'7':
+    case L'8':
+    case L'9':
+      parse_number_value(target);
+      break;
+    case L'[':
+      if (++depth > max_depth) raise(exception::too_deep);
+      parse_array(target);
+      --depth;
+      break;
+    case L'{':
+      if (++depth > max_depth) raise(exception::too_deep);
+      parse_dictionary(target);
+      --depth;
+      break;
+    case L't':
+      parse_literal(L"true");
+      target = true;
+      break;
+    case L'f':
+      parse_literal(L"false");
+      target = false;
+      break;
+    case L'n':
+      parse_literal(L"null");
+      target.null();
+      break;
+    default:
+      raise(exception::unexpected_character);
+  }
+  skip_whitespace();
+}
+
+void parser::parse_literal(std::wstring_view word) {
+  for (const wchar_t c : word) {
+    if (peek() != c) raise(exception::unexpected_character);
+    advance();
+  }
+}
+
+namespace {
+
+// Moves the stretch of `from` that starts at `base` to the end of `to`, and
+// cuts it from `from`.
+template <class Stack, class Vector>
+void hand_over(Stack& from, std::size_t base, Vector& to) {
+  const auto first = from.begin() + static_cast<std::ptrdiff_t>(base);
+  to.insert(to.end(), std::make_move_iterator(first), std::make_move_iterator(from.end()));
+  from.erase(first, from.end());
+}
+
+// The value of `key` among the entries from `first` on, appended with a null
+// value if it is not there: the search of operator[](key).
+template <class Entries>
+object& slot_for_key(Entries& entries, std::size_t first, const std::wstring& key) {
+  for (auto it = entries.begin() + static_cast<std::ptrdiff_t>(first); it != entries.end(); ++it) {
+    if (detail::same_key(it->first, key)) return it->second;
+  }
+  return entries.emplace_back(key, object()).second;
+}
+
+}  // namespace
+
+bool parser::next_or_close(wchar_t close, exception otherwise) {
+  const wchar_t c = peek();
+  if (c == L',') {
+    advance();
+    skip_whitespace();
+    return false;
+  }
+  if (c != close) raise(otherwise);
+  advance();
+  return true;
+}
+
+// An array read into an empty one collects its elements on elements_ and
+// gets them at their exact count at the end, or as far as reading got when
+// it fails. An array that has elements is read over in place: element i is
+// taken as target[i], which makes the array exactly i + 1 long, so element 0
+// shrinks the old array to one element and is read over, and each later one
+// is appended. Either way a slot is made before its value is read.
+void parser::parse_array(object& target) {
+  object::array_type& elements = held<object::array_type>(target.empty_array().value_);
+  advance();
+  skip_whitespace();
+  if (peek() == L']') {
+    advance();
+    return;
+  }
+  const bool over = !elements.empty();
+  const std::size_t base = elements_.size();
+  try {
+    for (std::size_t index = 0;; ++index) {
+      object* slot;
+      if (!over) {
+        slot = &elements_.emplace_back();
+      } else if (index == 0) {
+        elements.resize(1);
+        slot = &elements.front();
+      } else {
+        slot = &elements.emplace_back();
+      }
+      parse_value(*slot);
+      if (next_or_close(L']', exception::expected_closing_bracket)) break;
+    }
+  } catch (...) {
+    hand_over(elements_, base, elements);
+    throw;
+  }
+  hand_over(elements_, base, elements);
+}
+
+// As parse_array: a fresh dictionary collects its entries on entries_, one
+// that has entries is read over in place. Either way a key that is there
+// already, from before or from earlier in the text, is read over its value.
+void parser::parse_dictionary(object& target) {
+  object::dictionary_type& entries = held<object::dictionary_type>(target.empty_object().value_);
+  advance();
+  skip_whitespace();
+  if (peek() == L'}') {
+    advance();
+    return;
+  }
+  const bool over = !entries.empty();
+  const std::size_t base = entries_.size();
+  try {
+    for (;;) {
+      scratch_.clear();
+      parse_string(scratch_, true);
+      skip_whitespace();
+      if (peek() != L':') raise(exception::expected_colon);
+      advance();
+      parse_value(over ? slot_for_key(entries, 0, scratch_) : slot_for_key(entries_, base, scratch_));
+      if (next_or_close(L'}', exception::expected_closing_brace)) break;
+    }
+  } catch (...) {
+    hand_over(entries_, base, entries);
+    throw;
+  }
+  hand_over(entries_, base, entries);
+}
+
+void parser::parse_string(std::wstring& out, bool quoted) {
+  if (quoted) {
+    if (peek() != L'"') raise(exception::expected_quote);
+    advance();
+  }
+  read_string_body(out, quoted);
+}
+
+// Runs of plain units are copied at once; no plain unit is a line feed, so
+// the column moves by the run's length.
+void parser::read_string_body(std::wstring& out, bool quoted) {
+  for (;;) {
+    const wchar_t* const run = cursor;
+    const wchar_t* p = run;
+    while (p != limit) {
+      const wchar_t c = *p;
+      if (c == L'"' || c == L'\\' || unit(c) < 0x20) break;
+      ++p;
+    }
+    cursor = p;
+    out.append(run, cursor);
+    column += static_cast<std::uint32_t>(cursor - run);
+    if (cursor == limit && !quoted) return;
+    const wchar_t c = peek();
+    if (c == L'"') {
+      if (!quoted) raise(exception::unescaped_quote);
+      advance();
+      return;
+    }
+    if (c != L'\\') raise(exception::control_character);
+    read_escape(out);
+    advance();
+    if (!quoted && cursor == limit) return;
+  }
+}
+
+// At the backslash; leaves the cursor on the last unit of the escape.
+void parser::read_escape(std::wstring& out) {
+  advance();
+  switch (peek()) {
+    case L'"': out.push_back(L'"'); break;
+    case L'\\': out.push_back(L'\\'); break;
+    case L'/': out.push_back(L'/'); break;
+    case L'b': out.push_back(L'\b'); break;
+    case L'f': out.push_back(L'\f'); break;
+    case L'n': out.push_back(L'\n'); break;
+    case L'r': out.push_back(L'\r'); break;
+    case L't': out.push_back(L'\t'); break;
+    case L'u': {
+      std::uint32_t value = 0;
+      for (int i = 0; i < 4; ++i) value = value * 16 + hex_digit();
+      out.push_back(static_cast<wchar_t>(value));
+      break;
+    }
+    default: raise(exception::invalid_escape);
+  }
+}
+
+wchar_t parser::hex_digit() {
+  advance();
+  const wchar_t c = peek();
+  if (c >= L'0' && c <= L'9') return static_cast<wchar_t>(c - L'0');
+  if (c >= L'A' && c <= L'F') return static_cast<wchar_t>(c - L'A' + 10);
+  if (c >= L'a' && c <= L'f') return static_cast<wchar_t>(c - L'a' + 10);
+  raise(exception::expected_hex);
+}
+
+std::wstring parser::parse_number() {
+  std::wstring text;
+  read_number(text);
+  return text;
+}
+
+// Every look at the next unit goes through peek, so a NUL right behind the
+// number raises "unexpected end of file". Runs of digits are taken at once.
+void parser::read_number(std::wstring& out) {
+  const auto step = [this] {
+    ++cursor;
+    ++column;
+  };
+  const auto digits = [this] {
+    const wchar_t* p = cursor;
+    while (p != limit && is_digit(*p)) ++p;
+    column += static_cast<std::uint32_t>(p - cursor);
+    cursor = p;
+    if (cursor != limit) peek();
+  };
+  const wchar_t* start = cursor;
+  if (peek() == L'-') step();
+  wchar_t c = peek();
+  if (c == L'0') {
+    step();
+  } else if (c >= L'1' && c <= L'9') {
+    digits();
+  } else {
+    raise(exception::expected_digit);
+  }
+  if (cursor != limit && peek() == L'.') {
+    step();
+    if (!is_digit(peek())) raise(exception::expected_digit);
+    digits();
+  }
+  if (cursor == limit || (*cursor != L'e' && *cursor != L'E')) {
+    out.append(start, cursor);
+    return;
+  }
+  out.append(start, cursor);
+  out.push_back(L'e');
+  step();
+  c = peek();
+  if (c == L'+' || c == L'-') {
+    out.push_back(c);
+    step();
+  } else {
+    out.push_back(L'+');
+  }
+  if (!is_digit(peek())) raise(exception::expected_digit);
+  start = cursor;
+  digits();
+  out.append(start, cursor);
+}
+
+void parser::parse_number_value(object& target) {
+  scratch_.clear();
+  read_number(scratch_);
+  store<number>(target.value_, std::wstring(scratch_));
+}
+
+std::optional<object::error> object::parse(std::wstring_view text) {
+  parser reader(text);
+  try {
+    reader.parse_value(*this);
+    if (reader.cursor != reader.limit) throw parser::exception::expected_end_of_file;
+    return std::nullopt;
+  } catch (const parser::exception e) {
+    return error{reader.line, reader.column, parser::message_of(e)};
+  }
+}
+
+std::wstring functions::wstring_to_number_wstring(std::wstring_view text) {
+  parser reader(text);
+  try {
+    std::wstring result = reader.parse_number();
+    if (reader.cursor != reader.limit) throw parser::exception::expected_end_of_file;
+    return result;
+  } catch (const parser::exception) {
+    throw std::invalid_argument("json::number= invalid string argument");
+  }
+}
+
+std::wstring object::unescape(std::wstring_view text) {
+  parser reader(text);
+  std::wstring result;
+  try {
+    reader.parse_string(result, false);
+  } catch (const parser::exception) {
+    throw std::invalid_argument("json::object::unescape() invalid string argument");
+  }
+  return result;
+}
+
+}  // namespace json
