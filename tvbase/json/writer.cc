@@ -80,7 +80,9 @@ class size_counter {
   void put(const wchar_t*, std::size_t n) { size_ += n; }
   void put_escaped(std::wstring_view text) {
     size_ += text.size();
-    for (const wchar_t c : text) size_ += static_cast<std::size_t>(extra_units(unit(c), strategy_));
+    for (const wchar_t c : text) {
+      if (!plain(unit(c), strategy_)) size_ += static_cast<std::size_t>(extra_units(unit(c), strategy_));
+    }
   }
   std::size_t size() const { return size_; }
 
