@@ -14,7 +14,7 @@
 namespace {
 
 int Square(int x) {
-  TvFuncLog log("Square");
+  TvFuncLog log("Square", TvFuncLog::eLogFilter0, x);
   log.WriteLineFormat("x = %d", x);
   return x * x;
 }
@@ -36,9 +36,17 @@ void Validate(int value) {
 }
 
 void Worker(int id) {
-  TvFuncLog log("Worker", TvFuncLog::eLogFilter1);
+  TvFuncLog log("Worker", TvFuncLog::eLogFilter1, id);
   log.WriteLineFormat("worker %d starts", id);
   SumOfSquares(id + 1);
+}
+
+// Typed parameters: each is shown with its type, and a pointer that can't be
+// read shows a question mark instead of bringing the program down.
+void Describe(const char* name, const wchar_t* title, const double* price, const int* stock,
+              const GUID& id, unsigned flags) {
+  TvFuncLog log("Describe", TvFuncLog::eLogFilter0, name, title, price, stock, id,
+                TvFuncLog::Flags(flags), TvFuncLog::Hex(flags));
 }
 
 }  // namespace
@@ -47,6 +55,10 @@ int main() {
   TvFuncLog log("main");
   log.WriteLine("traced_app starts");
   SumOfSquares(2);
+  static const double price = 3.5;
+  static const GUID id{0x6B29FC40, 0xCA47, 0x1067, {0xB3, 0x1D, 0x00, 0xDD, 0x01, 0x06, 0x62, 0xDA}};
+  const int* bad_stock = reinterpret_cast<const int*>(16);  // never mapped
+  Describe("caf\xC3\xA9 cr\xC3\xA8me", L"Z\u00F6e's \u20AC list", &price, bad_stock, id, 5);
   try {
     Validate(-1);
   } catch (const std::exception& e) {
