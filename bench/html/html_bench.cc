@@ -6,7 +6,6 @@
 #include <gumbo.h>
 #include <malloc.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -19,22 +18,10 @@
 #include <vector>
 
 #include <tvbase/html_parser/parser.h>
+#include <tvbase/testing/allocation_counter.h>
 
-namespace {
-std::atomic<std::size_t> allocations{0};
-}  // namespace
-
-// Every allocation of the program goes through here and is counted.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-#pragma GCC diagnostic pop
+// Every allocation of the program is counted by the counting operator new
+// that the tests use too.
 
 namespace {
 
@@ -80,9 +67,9 @@ std::optional<html_parser::parse_error> scan(const std::string& text, bool stric
 // One untimed scan with the allocation counter read around it.
 void count_allocations(benchmark::State& state, const std::string& text, bool strict) {
   tally seen;
-  const std::size_t before = allocations.load();
+  const std::size_t before = static_cast<std::size_t>(testing_support::allocations());
   const auto error = scan(text, strict, seen);
-  const std::size_t made = allocations.load() - before;
+  const std::size_t made = static_cast<std::size_t>(testing_support::allocations()) - before;
   if (error) state.SkipWithError(error->get_message().c_str());
   state.counters["elements"] = static_cast<double>(seen.elements);
   state.counters["copies"] = static_cast<double>(seen.copies);

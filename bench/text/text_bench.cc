@@ -2,9 +2,7 @@
 // rebuild, url_encode against curl_easy_escape, the UTF-8 check against
 // g_utf8_validate_len, and the stash's allocations per store.
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
-#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -17,18 +15,8 @@
 #include <tvbase/text/replace_engine.h>
 #include <tvbase/text/string_stash.h>
 #include <tvbase/text/utf8.h>
+#include <tvbase/testing/allocation_counter.h>
 
-namespace {
-std::atomic<long> allocations{0};
-}
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -183,14 +171,14 @@ BENCHMARK(BM_Peer_GUtf8ValidateLen)->Arg(99)->Arg(40);
 void BM_StringStash_Store(benchmark::State& state) {
   const std::string text = "a short name";
   long stores = 0;
-  const long before = allocations.load();
+  const long before = testing_support::allocations();
   base::basic_string_stash<char> stash;
   for (auto _ : state) {
     benchmark::DoNotOptimize(stash.store(text).data());
     ++stores;
   }
   state.counters["allocs_per_store"] =
-      static_cast<double>(allocations.load() - before) / static_cast<double>(stores);
+      static_cast<double>(testing_support::allocations() - before) / static_cast<double>(stores);
 }
 BENCHMARK(BM_StringStash_Store);
 
