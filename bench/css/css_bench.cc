@@ -3,6 +3,8 @@
 // calc), both run by node when bench/css/install_peers.sh has installed them.
 #include <benchmark/benchmark.h>
 
+#include "../ratio_reporter.h"
+
 #include <malloc.h>
 
 #include <cstdio>
@@ -122,33 +124,14 @@ void BM_Peer_PostcssCustomPropertiesCalc(benchmark::State& state) { run_peer(sta
 BENCHMARK(BM_Peer_PostcssCustomPropertiesCalc)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 
 // Prints the table and then the ratios that the targets are stated in.
-class ratio_reporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (!run.error_occurred) seconds_[run.benchmark_name()] = run.GetAdjustedRealTime();
-    }
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    ratio("process 10M / 1M time (at most 11)", "BM_Process/1", "BM_Process/0");
-    ratio("100,000 / 10,000 references time (at most 11)", "BM_References/100000", "BM_References/10000");
-    ratio("lightningcss minify / process time on 1M (at least 5)",
+void print_ratios(const bench_support::ratio_reporter& r) {
+  r.ratio("process 10M / 1M time (at most 11)", "BM_Process/1", "BM_Process/0");
+  r.ratio("100,000 / 10,000 references time (at most 11)", "BM_References/100000", "BM_References/10000");
+  r.ratio("lightningcss minify / process time on 1M (at least 5)",
           "BM_Peer_LightningcssMinify/iterations:1/manual_time", "BM_Process/0");
-    ratio("PostCSS pipeline / process time on 1M", "BM_Peer_PostcssCustomPropertiesCalc/iterations:1/manual_time",
+  r.ratio("PostCSS pipeline / process time on 1M", "BM_Peer_PostcssCustomPropertiesCalc/iterations:1/manual_time",
           "BM_Process/0");
-  }
-
- private:
-  void ratio(const char* what, const std::string& a, const std::string& b) {
-    const auto x = seconds_.find(a);
-    const auto y = seconds_.find(b);
-    if (x == seconds_.end() || y == seconds_.end() || y->second <= 0) return;
-    std::printf("%-56s %8.2f\n", what, x->second / y->second);
-  }
-  std::map<std::string, double> seconds_;
-};
+}
 
 }  // namespace
 
@@ -158,10 +141,5 @@ int main(int argc, char** argv) {
   // the library rather than fresh pages from the kernel, whatever ran before.
   mallopt(M_MMAP_THRESHOLD, 32 << 20);
   mallopt(M_TRIM_THRESHOLD, 256 << 20);
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  ratio_reporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return bench_support::run_with_ratios(argc, argv, print_ratios);
 }

@@ -3,6 +3,8 @@
 // installed it). An allocation counter shows what a scan allocates, and a
 // deep nesting run shows that the time grows linearly with the depth.
 #include <benchmark/benchmark.h>
+
+#include "../ratio_reporter.h"
 #include <gumbo.h>
 #include <malloc.h>
 
@@ -172,40 +174,21 @@ BENCHMARK(BM_Nested)->ArgsProduct({{10000, 100000, 1000000}, {1}})->ArgNames({"d
     ->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond);
 
 // Prints the table and then the ratios that the targets are stated in.
-class ratio_reporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (!run.error_occurred) seconds_[run.benchmark_name()] = run.GetAdjustedRealTime();
-    }
+void print_ratios(const bench_support::ratio_reporter& r) {
+  std::printf("\nthroughput ratios, scan over peer (times faster)\n");
+  for (int file = 0; file < 2; ++file) {
+    const std::string scan = "BM_Scan/file:" + std::to_string(file) + "/strict:0";
+    const std::string arg = "/file:" + std::to_string(file);
+    r.ratio(std::string(kFiles[file]) + ": over gumbo (at least 10)", "BM_Peer_GumboParse" + arg, scan);
+    r.ratio(std::string(kFiles[file]) + ": over htmlparser2", "BM_Peer_Htmlparser2" + arg + "/iterations:1/manual_time",
+            scan);
   }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nthroughput ratios, scan over peer (times faster)\n");
-    for (int file = 0; file < 2; ++file) {
-      const std::string scan = "BM_Scan/file:" + std::to_string(file) + "/strict:0";
-      const std::string arg = "/file:" + std::to_string(file);
-      ratio(std::string(kFiles[file]) + ": over gumbo (at least 10)", "BM_Peer_GumboParse" + arg, scan);
-      ratio(std::string(kFiles[file]) + ": over htmlparser2",
-            "BM_Peer_Htmlparser2" + arg + "/iterations:1/manual_time", scan);
-    }
-    std::printf("\nnesting, time of depth 1,000,000 over 100,000 (linear: about 10)\n");
-    for (const char* strict : {"0", "1"}) {
-      ratio(std::string("strict ") + strict, std::string("BM_Nested/depth:1000000/strict:") + strict,
+  std::printf("\nnesting, time of depth 1,000,000 over 100,000 (linear: about 10)\n");
+  for (const char* strict : {"0", "1"}) {
+    r.ratio(std::string("strict ") + strict, std::string("BM_Nested/depth:1000000/strict:") + strict,
             std::string("BM_Nested/depth:100000/strict:") + strict);
-    }
   }
-
- private:
-  void ratio(const std::string& what, const std::string& a, const std::string& b) {
-    const auto x = seconds_.find(a);
-    const auto y = seconds_.find(b);
-    if (x == seconds_.end() || y == seconds_.end() || y->second <= 0) return;
-    std::printf("  %-44s %8.2f\n", what.c_str(), x->second / y->second);
-  }
-  std::map<std::string, double> seconds_;
-};
+}
 
 }  // namespace
 
@@ -216,10 +199,5 @@ int main(int argc, char** argv) {
   // would time the kernel rather than the scan.
   mallopt(M_MMAP_THRESHOLD, 256 << 20);
   mallopt(M_TRIM_THRESHOLD, 512 << 20);
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  ratio_reporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return bench_support::run_with_ratios(argc, argv, print_ratios);
 }
