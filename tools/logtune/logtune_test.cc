@@ -1,6 +1,7 @@
 // logtune as users run it: each test starts the program (built on this test
 // process's own shared block) and looks at its output, its exit status, the
 // files it wrote and the shared block.
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -137,10 +138,27 @@ TEST_F(LogTuneTest, SetReachesAProgramStartedLater) {
   EXPECT_EQ(trace_test::files_in(logs).size(), 1u);
 }
 
-TEST_F(LogTuneTest, WaitsForAHeldLockAndSaysHowToRecover) {
+// A program killed while it holds the shared record's lock word leaves it
+// held: programs started after it run on (the file beside them decides, here
+// none, so they don't trace), logtune set waits and says how to recover, and
+// after logtune unlock the set goes through and reaches the next program.
+TEST_F(LogTuneTest, LockLeftByAKilledProgramIsRecoveredByUnlock) {
+  const std::string app = dir_.path() + "app";
+  const std::string logs = dir_.path() + "logs/";
+  std::filesystem::copy_file(TRACE_HELPER, app);
+  std::filesystem::create_directory(logs);
   TvSharedData& shared = *TvGetSharedData();
-  shared.lock = 1;  // as a process that died holding it would leave it
-  child set(logtune({"set", "--programs", "*"}));
+  child holder({app, "hold-lock"});
+  ASSERT_TRUE(holder.wait_for_stderr("held")) << holder.err();
+  holder.signal(SIGKILL);
+  ASSERT_EQ(holder.finish(), 128 + SIGKILL);
+  ASSERT_EQ(shared.lock, 1u) << "nobody releases a dead holder's lock";
+
+  child meanwhile({app, "run", "3"});
+  EXPECT_EQ(meanwhile.finish(), 0);
+  EXPECT_EQ(meanwhile.out(), "-\n");
+
+  child set(logtune({"set", "--folder", logs, "--programs", "app", "--users", "*", "--filter0"}));
   ASSERT_TRUE(set.wait_for_stderr("run 'logtune unlock'")) << set.err();
   EXPECT_EQ(shared.cfgSet, 0u) << "set went ahead without the lock";
   child unlock(logtune({"unlock"}));
@@ -152,6 +170,12 @@ TEST_F(LogTuneTest, WaitsForAHeldLockAndSaysHowToRecover) {
   child again(logtune({"unlock"}));
   EXPECT_EQ(again.finish(), 0);
   EXPECT_EQ(again.out(), "lock word was already 0\n");
+
+  child traced({app, "run", "3"});
+  ASSERT_EQ(traced.finish(), 0);
+  const std::string log = traced.out().substr(0, traced.out().size() - 1);
+  ASSERT_EQ(log.rfind(logs + "app.", 0), 0u) << traced.out();
+  EXPECT_EQ(trace_test::split_lines(trace_test::read_file(log), "\r\n").size(), 2u + 3 * 3);
 }
 
 }  // namespace

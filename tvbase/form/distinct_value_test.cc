@@ -1,13 +1,18 @@
 #include <tvbase/form/distinct_value.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <string>
 #include <thread>
@@ -108,6 +113,70 @@ TEST(DistinctValue, FourProcessesGetAMillionDistinctNumbers) {
     std::remove(path.c_str());
   }
   EXPECT_EQ(all.size(), static_cast<std::size_t>(kProcesses * kEach));
+  EXPECT_GT(distinct_value::get(), *all.rbegin()) << "the parent goes on behind them";
+}
+
+// Processes killed while they take numbers can't hurt the others: two
+// children take numbers without end and are killed mid-run, two take a fixed
+// count beside them. Every number any of them recorded is distinct, and the
+// count goes on past all of them.
+TEST(DistinctValue, ProcessesKilledWhileTakingNumbersLoseNothingForTheOthers) {
+  constexpr int kProcesses = 4;
+  constexpr int kKilled = 2;
+  constexpr int kBatch = 1024;
+  constexpr long kSurvivorBatches = 100;
+  const std::string folder = testing::TempDir();
+  auto path_of = [&](int p) { return folder + "distinct-killed-" + std::to_string(p); };
+  std::vector<pid_t> children;
+  for (int p = 0; p < kProcesses; ++p) {
+    const pid_t child = fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+      // Unbuffered whole batches: a kill leaves at most a cut last record.
+      const int out = ::open(path_of(p).c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
+      if (out < 0) _exit(1);
+      unsigned long long batch[kBatch];
+      for (long round = 0; p < kKilled || round < kSurvivorBatches; ++round) {
+        for (auto& n : batch) n = distinct_value::get();
+        if (::write(out, batch, sizeof batch) != static_cast<ssize_t>(sizeof batch)) _exit(1);
+      }
+      _exit(::close(out) == 0 ? 0 : 1);
+    }
+    children.push_back(child);
+  }
+  // Kill the endless ones once each has taken a good share.
+  for (int p = 0; p < kKilled; ++p) {
+    struct stat info {};
+    while (::stat(path_of(p).c_str(), &info) != 0 || info.st_size < 64 * kBatch * 8) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ASSERT_EQ(::kill(children[p], SIGKILL), 0);
+  }
+  for (int p = 0; p < kProcesses; ++p) {
+    int status = 0;
+    ASSERT_EQ(waitpid(children[p], &status, 0), children[p]);
+    if (p < kKilled) {
+      EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "process " << p;
+    } else {
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "process " << p;
+    }
+  }
+  std::set<unsigned long long> all;
+  std::size_t recorded = 0;
+  for (int p = 0; p < kProcesses; ++p) {
+    std::ifstream in(path_of(p), std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    std::vector<unsigned long long> taken(bytes.size() / 8);
+    std::memcpy(taken.data(), bytes.data(), taken.size() * 8);
+    if (p >= kKilled) {
+      EXPECT_EQ(taken.size(), static_cast<std::size_t>(kSurvivorBatches * kBatch));
+    }
+    EXPECT_TRUE(rising(taken)) << "process " << p;
+    recorded += taken.size();
+    all.insert(taken.begin(), taken.end());
+    std::remove(path_of(p).c_str());
+  }
+  EXPECT_EQ(all.size(), recorded) << "a number was handed out twice";
   EXPECT_GT(distinct_value::get(), *all.rbegin()) << "the parent goes on behind them";
 }
 

@@ -14,7 +14,11 @@ namespace platform {
 int create_log_file(const char* path) noexcept;
 
 // Writes `text` and then `tail` with one system call, to the file's current
-// end. The result is not reported: a failed or short write loses the line.
+// end. The result is not reported: a line that can't be written (a full disk,
+// a file size limit) is lost, and the next call tries again. A line the
+// system takes only in part is finished if the rest goes through, or else
+// cut off again, so that the file holds whole lines only. (Should another
+// thread's line land between the two parts, that line goes with it.)
 void write_line(int file, const char* text, std::size_t length, const char* tail,
                 std::size_t tail_length) noexcept;
 

@@ -13,10 +13,26 @@ void write_two(int file, const char* text, std::size_t length, const char* tail,
                std::size_t tail_length) {
   struct iovec parts[2] = {{const_cast<char*>(text), length},
                            {const_cast<char*>(tail), tail_length}};
-  ssize_t written;
-  do {
-    written = ::writev(file, parts, 2);
-  } while (written < 0 && errno == EINTR);
+  const std::size_t whole = length + tail_length;
+  std::size_t done = 0;
+  while (done < whole) {
+    const ssize_t n = ::writev(file, parts, 2);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += static_cast<std::size_t>(n);
+    std::size_t skip = static_cast<std::size_t>(n);
+    for (struct iovec& part : parts) {
+      const std::size_t step = skip < part.iov_len ? skip : part.iov_len;
+      part.iov_base = static_cast<char*>(part.iov_base) + step;
+      part.iov_len -= step;
+      skip -= step;
+    }
+  }
+  if (done == 0 || done == whole) return;
+  // Cut short for good: take the part that went out back.
+  const off_t end = ::lseek(file, 0, SEEK_CUR);
+  const off_t start = end - static_cast<off_t>(done);
+  if (end >= 0 && start >= 0 && ::ftruncate(file, start) == 0) ::lseek(file, start, SEEK_SET);
 }
 
 int open_retry(const char* path, int flags, mode_t mode) {

@@ -1,10 +1,12 @@
 // The trace across processes: each test starts copies of trace_helper, which
 // join this test process's own shared block.
+#include <chrono>
 #include <csignal>
-
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -28,6 +30,31 @@ outcome run(const std::vector<std::string>& words) {
   outcome result{c.finish(), c.out()};
   if (!result.out.empty() && result.out.back() == '\n') result.out.pop_back();
   return result;
+}
+
+// The lines of a log that trace_helper wrote, checked to be whole: the file
+// ends with a line end, and each line is a time, a thread and one of the
+// helper's texts. Gives the lines' last words: "main(", "step(", "i=7",
+// "return".
+std::vector<std::string> whole_lines(const std::string& log) {
+  if (log.empty()) return {};
+  EXPECT_TRUE(log.ends_with("\r\n")) << "cut last line";
+  std::vector<std::string> words;
+  for (const std::string& line : trace_test::split_lines(log, "\r\n")) {
+    // "23/11/2026 10:38:26.280 00001b69 " and then the text.
+    constexpr std::size_t kText = 33;
+    const bool stamped = line.size() > kText && line[2] == '/' && line[5] == '/' &&
+                         line[13] == ':' && line[19] == '.' && line[23] == ' ' && line[32] == ' ';
+    const std::string text = stamped ? line.substr(line.find_first_not_of(' ', kText)) : "";
+    const bool number = text.starts_with("step: i=") && text.size() > 8 &&
+                        text.find_first_not_of("0123456789", 8) == std::string::npos;
+    const bool known = number || text == "main(  )" || text == "step(  )" ||
+                       text == "step return" || text == "main return";
+    EXPECT_TRUE(known) << "cut line: " << line;
+    const std::string head = text.ends_with("(  )") ? text.substr(0, text.size() - 3) : text;
+    words.push_back(head.substr(head.find_last_of(' ') + 1));
+  }
+  return words;
 }
 
 // A copy of the helper called "app" in a folder of its own, with a log folder
@@ -115,6 +142,70 @@ TEST_F(ProcessTest, KilledProcessLeavesItsLogCompleteToTheLastLine) {
   // main's enter line and three lines per step; main never returned.
   ASSERT_EQ(lines.size(), 1u + 3 * 50);
   EXPECT_TRUE(lines.back().ends_with("    step return")) << lines.back();
+}
+
+// Processes killed at any moment, while loading or in the middle of writing
+// lines, leave logs of whole lines, and a process tracing beside them is
+// untouched: all its lines are there and the shared lock word is free.
+TEST_F(ProcessTest, ProcessesKilledWhileTracingLeaveWholeLinesAndTheOthersRunOn) {
+  save_file_cfg(false);
+  std::vector<std::unique_ptr<trace_test::child>> killed;
+  for (int delay_ms : {0, 1, 2, 5, 50, 200, 300}) {
+    killed.push_back(std::make_unique<trace_test::child>(std::vector<std::string>{app_, "spin"}));
+    std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
+    killed.back()->signal(SIGKILL);
+  }
+  trace_test::child survivor({app_, "run", "2000"});
+  std::vector<std::unique_ptr<trace_test::child>> spinning;
+  for (int i = 0; i < 3; ++i) {
+    spinning.push_back(std::make_unique<trace_test::child>(std::vector<std::string>{app_, "spin"}));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  for (auto& spinner : spinning) spinner->signal(SIGKILL);
+
+  ASSERT_EQ(survivor.finish(), 0);
+  std::string survivor_log = survivor.out();
+  survivor_log.pop_back();
+  const std::vector<std::string> words = whole_lines(trace_test::read_file(survivor_log));
+  ASSERT_EQ(words.size(), 2u + 3 * 2000);
+  EXPECT_EQ(words[1 + 3 * 1999 + 1], "i=1999");
+  for (auto& spinner : spinning) {
+    EXPECT_EQ(spinner->finish(), 128 + SIGKILL);
+    ASSERT_FALSE(spinner->out().empty());
+    EXPECT_GT(whole_lines(trace_test::read_file(spinner->out().substr(0, spinner->out().size() - 1)))
+                  .size(),
+              3u);
+  }
+  for (auto& early : killed) EXPECT_EQ(early->finish(), 128 + SIGKILL);
+  for (const std::string& name : logs()) {
+    SCOPED_TRACE(name);
+    whole_lines(trace_test::read_file(logs_ + name));
+  }
+  EXPECT_EQ(TvGetSharedData()->lock, 0u);
+}
+
+// A file that can't grow (a full disk, here a file size limit with SIGXFSZ
+// ignored) costs lines, never the process, and leaves no cut line; once it
+// can grow again, the next lines are there.
+TEST_F(ProcessTest, FullDiskLosesLinesButNotTheProcess) {
+  save_file_cfg(false);
+  constexpr int kLimit = 4000;
+  const outcome traced = run({app_, "full", std::to_string(kLimit), "500", "3"});
+  ASSERT_EQ(traced.status, 0);
+  const std::string log = trace_test::read_file(traced.out);
+  const std::vector<std::string> words = whole_lines(log);
+  // What fitted under the limit: main's enter line and whole steps after it.
+  const std::vector<std::string> after = {"main(", "step(", "i=0",  "return", "step(", "i=1",
+                                          "return", "step(", "i=2", "return", "return"};
+  ASSERT_GT(words.size(), after.size() + 10);
+  const std::size_t before = words.size() - after.size();
+  EXPECT_EQ(std::vector<std::string>(words.begin() + before, words.end()), after);
+  EXPECT_EQ(words[0], "main(");
+  const std::size_t limit_end = log.find(" main(  )", log.find(" main(  )") + 1);
+  ASSERT_NE(limit_end, std::string::npos);
+  EXPECT_LE(log.rfind("\r\n", limit_end) + 2, static_cast<std::size_t>(kLimit));
+  EXPECT_GT(log.rfind("\r\n", limit_end) + 2, static_cast<std::size_t>(kLimit) - 200)
+      << "lines stop only at the limit";
 }
 
 TEST_F(ProcessTest, NoConfigurationNoLog) {

@@ -116,6 +116,11 @@ class child {
     return true;
   }
 
+  // Sends `signal` to the program if it is still running.
+  void signal(int signal) {
+    if (pid_ > 0) ::kill(pid_, signal);
+  }
+
   // Waits for the end; gives the exit status.
   int finish() {
     if (pid_ <= 0) return status_;

@@ -4,8 +4,16 @@
 //
 //   trace_helper run N      traces N calls, prints the log file's name or "-"
 //   trace_helper crash N    the same, but dies by SIGKILL before main returns
+//   trace_helper spin       traces calls until it is killed
+//   trace_helper full BYTES N M   traces N calls under a file size limit of
+//                           BYTES (SIGXFSZ ignored), lifts it, traces M more
+//   trace_helper hold-lock  takes the shared record's lock word, says "held"
+//                           on standard error and waits to be killed
 //   trace_helper set FOLDER PROGRAMS DELETE   sets the shared record
 //   trace_helper state      prints the shared record's flag and lock word
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -18,13 +26,26 @@
 
 namespace {
 
-void traced_calls(int count, bool crash) {
+void traced_calls(long count, bool crash) {
   TvFuncLog log("main");
-  for (int i = 0; i < count; ++i) {
+  for (long i = 0; count < 0 || i < count; ++i) {
     TvFuncLog step("step");
-    step.WriteLineFormat("i=%d", i);
+    step.WriteLineFormat("i=%ld", i);
   }
   if (crash) std::raise(SIGKILL);
+}
+
+bool limit_file_size(rlim_t bytes) {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0) return false;
+  limit.rlim_cur = bytes == RLIM_INFINITY ? limit.rlim_max : bytes;
+  return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+}
+
+void print_log_name() {
+  const TvLogSink& sink = trace::log_sink();
+  std::printf("%s\n", sink.file >= 0 ? sink.fileName : "-");
+  std::fflush(stdout);
 }
 
 }  // namespace
@@ -33,11 +54,28 @@ int main(int argc, char** argv) {
   if (argc < 2) return 2;
   const std::string mode = argv[1];
   if ((mode == "run" || mode == "crash") && argc == 3) {
-    const TvLogSink& sink = trace::log_sink();
-    std::printf("%s\n", sink.file >= 0 ? sink.fileName : "-");
-    std::fflush(stdout);
-    traced_calls(std::atoi(argv[2]), mode == "crash");
+    print_log_name();
+    traced_calls(std::atol(argv[2]), mode == "crash");
     return 0;
+  }
+  if (mode == "spin" && argc == 2) {
+    print_log_name();
+    traced_calls(-1, false);
+    return 0;
+  }
+  if (mode == "full" && argc == 5) {
+    print_log_name();
+    std::signal(SIGXFSZ, SIG_IGN);
+    if (!limit_file_size(std::strtoul(argv[2], nullptr, 10))) return 3;
+    traced_calls(std::atol(argv[3]), false);
+    if (!limit_file_size(RLIM_INFINITY)) return 3;
+    traced_calls(std::atol(argv[4]), false);
+    return 0;
+  }
+  if (mode == "hold-lock" && argc == 2) {
+    frame::acquire_lock(*TvGetSharedData());
+    std::fputs("held\n", stderr);
+    for (;;) ::pause();
   }
   if (mode == "set" && argc == 5) {
     return TvFuncLog::SetSharedLogCfg(argv[2], std::strcmp(argv[4], "1") == 0, false, argv[3],
