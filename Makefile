@@ -38,8 +38,8 @@ fuzz:
 	cmake --build --preset fuzz -j $(JOBS)
 	@scripts/fuzz.sh build/fuzz $(FUZZ_SECONDS)
 
-# The trace and form tests under valgrind memcheck.
-VALGRIND_TESTS ?= tvbase_text_test
+# The trace and form tests (by default) under valgrind memcheck.
+VALGRIND_TESTS ?= tvbase_trace_test tvbase_form_test
 check-valgrind: build
 	@scripts/setup.sh valgrind
 	@scripts/valgrind.sh build/default $(VALGRIND_TESTS)

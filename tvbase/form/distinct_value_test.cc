@@ -195,7 +195,7 @@ TEST(DistinctValue, ALaterProcessContinuesTheCount) {
   ASSERT_NE(child, -1);
   if (child == 0) {
     setenv("TVBASE_DISTINCT_CHILD_OUT", out.c_str(), 1);
-    execl("/proc/self/exe", "child", "--gtest_filter=DistinctValueChild.TakesOneNumber", nullptr);
+    execl(FORM_TEST_PROGRAM, "child", "--gtest_filter=DistinctValueChild.TakesOneNumber", nullptr);
     _exit(127);
   }
   int status = 0;
