@@ -14,6 +14,10 @@ namespace platform {
 // page faults.
 void prefer_large_pages(void* buffer, std::size_t size) noexcept;
 
+// Makes the pages of a buffer about to be written present at once, in one
+// call, instead of one page fault at a time.
+void populate_pages(void* buffer, std::size_t size) noexcept;
+
 // Gives the memory of a buffer's pages back to the system while the buffer
 // stays allocated. Its content is lost; reading it afterwards gives zeros.
 void release_pages(void* buffer, std::size_t size) noexcept;

@@ -34,6 +34,17 @@ void prefer_large_pages(void* buffer, std::size_t size) noexcept {
 #endif
 }
 
+void populate_pages(void* buffer, std::size_t size) noexcept {
+#ifdef MADV_POPULATE_WRITE
+  void* start;
+  std::size_t length;
+  if (inner_pages(buffer, size, page_size(), start, length)) madvise(start, length, MADV_POPULATE_WRITE);
+#else
+  static_cast<void>(buffer);
+  static_cast<void>(size);
+#endif
+}
+
 void release_pages(void* buffer, std::size_t size) noexcept {
   void* start;
   std::size_t length;
