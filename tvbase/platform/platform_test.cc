@@ -1,4 +1,5 @@
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -11,6 +12,8 @@
 #include <tvbase/platform/readable_memory.h>
 
 namespace {
+
+const char kPageProbe = 1;
 
 // Two pages: the first readable, the second mapped without access.
 class GuardedPage : public testing::Test {
@@ -75,6 +78,21 @@ struct date_row {
   bool valid;
   platform::calendar_time expected;
 };
+
+// The answers are about the asking process's memory, also in a forked child
+// that maps a page the parent never had.
+TEST(ReadableMemory, AForkedChildAsksAboutItsOwnMemory) {
+  ASSERT_TRUE(platform::is_readable(&kPageProbe, 1)) << "the parent asked before the fork";
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    void* page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    _exit(page != MAP_FAILED && platform::is_readable(page, 4096) ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
 
 TEST(OleTime, ConvertsAutomationDates) {
   const date_row rows[] = {

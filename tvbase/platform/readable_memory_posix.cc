@@ -1,10 +1,12 @@
 #include <tvbase/platform/readable_memory.h>
 
-#include <sys/uio.h>
 #include <fcntl.h>
+#include <pthread.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -14,6 +16,22 @@ namespace {
 
 constexpr std::size_t kChunk = 4096;
 
+// The process's own number, which the kernel requests name. Asking for it is
+// a system call of its own, so it is kept, and a forked child takes its own
+// before it can ask anything.
+std::atomic<pid_t> g_own_pid{0};
+
+pid_t own_pid() noexcept {
+  pid_t pid = g_own_pid.load(std::memory_order_relaxed);
+  if (pid == 0) {
+    static const bool watching_forks =
+        pthread_atfork(nullptr, nullptr, [] { g_own_pid.store(getpid(), std::memory_order_relaxed); }) == 0;
+    pid = getpid();
+    if (watching_forks) g_own_pid.store(pid, std::memory_order_relaxed);
+  }
+  return pid;
+}
+
 // Copies `size` bytes (at most kChunk) from `address` into `to` through the
 // kernel, which answers EFAULT instead of faulting. Where the kernel refuses
 // the call itself, a write into a pipe answers the same question.
@@ -21,7 +39,7 @@ bool copy_in(const void* address, std::size_t size, void* to) noexcept {
   if (size == 0) return true;
   iovec local{to, size};
   iovec remote{const_cast<void*>(address), size};
-  const ssize_t got = process_vm_readv(getpid(), &local, 1, &remote, 1, 0);
+  const ssize_t got = process_vm_readv(own_pid(), &local, 1, &remote, 1, 0);
   if (got == static_cast<ssize_t>(size)) return true;
   if (got >= 0 || (errno != ENOSYS && errno != EPERM)) return false;
   int ends[2];
