@@ -1,6 +1,7 @@
 // The call trace: the cost of a scope with the trace off, and lines per
 // second with it on, beside spdlog's basic_file_sink_mt flushed after every
 // line (the same two lines, from 1 and 2 threads).
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -26,16 +27,19 @@ std::string scratch_folder() {
   return folder;
 }
 
-// Installs a sink for the length of one benchmark run: off (no file), or a
-// fresh file in the scratch folder.
+// Installs a sink for the length of one benchmark run: off (no file), a
+// fresh file in the scratch folder, or /dev/null (every step of a line, the
+// write call included, but no disk).
 class sink_scope {
  public:
-  enum kind { off, file };
+  enum kind { off, file, null_device };
   explicit sink_scope(kind k) {
     sink_.enabled[0] = sink_.enabled[1] = true;
     if (k == file) {
       path_ = scratch_folder() + "trace.log";
       sink_.file = platform::create_log_file(path_.c_str());
+    } else if (k == null_device) {
+      sink_.file = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     }
     before_ = trace::use_sink(&sink_);
   }
@@ -104,21 +108,29 @@ void BM_TraceSixTypedParameters(benchmark::State& state) {
 }
 BENCHMARK(BM_TraceSixTypedParameters)->UseRealTime();
 
-// The same six parameters built into a line with no file to hand it to.
-void BM_TraceSixTypedParametersNoWrite(benchmark::State& state) {
-  const sink_scope off(sink_scope::off);
+// The same scope with /dev/null as the log file: the line's cost but the
+// disk's.
+void BM_TraceSixTypedParametersDevNull(benchmark::State& state) {
+  const sink_scope null_device(sink_scope::null_device);
   static const int number = 42;
   static const GUID id{0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
   const std::string narrow(40, 'n');
   const std::wstring wide(40, L'w');
-  const TvFuncLog log("Foo");
   for (auto _ : state) {
-    log.WriteLine("x");  // a line of its own, then the parameters appended to a new one
-    log << 7 << 2.5 << narrow.c_str() << wide.c_str() << &number << id;
+    TvFuncLog log("Foo", TvFuncLog::eLogFilter0, 7, 2.5, narrow.c_str(), wide.c_str(), &number, id);
   }
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_TraceSixTypedParametersNoWrite);
+BENCHMARK(BM_TraceSixTypedParametersDevNull);
+
+// The price of the cheapest system call on this machine, for scale: a scope
+// with typed parameters makes at least three (one question about memory, the
+// enter line's write, the return line's write).
+void BM_SystemCallFloor(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(::getppid());
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_SystemCallFloor);
 
 std::shared_ptr<spdlog::logger> g_spdlog;
 

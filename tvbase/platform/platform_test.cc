@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -41,6 +43,29 @@ TEST_F(GuardedPage, AnswersForRangesAroundTheGuard) {
   EXPECT_FALSE(platform::is_readable(nullptr, 1));
   EXPECT_TRUE(platform::is_readable(nullptr, 0));
   EXPECT_FALSE(platform::is_readable(reinterpret_cast<void*>(~std::uintptr_t{0} - 2), 8)) << "wraps";
+}
+
+// A batch gets the answers that one question at a time gets, whatever the
+// order of good and bad ranges.
+TEST_F(GuardedPage, AnswersABatchAsOneByOne) {
+  const std::vector<std::pair<const void*, std::size_t>> questions = {
+      {base_, 8},          {end(), 1},      {end() - 4, 4},   {end() - 4, 5}, {nullptr, 1},
+      {nullptr, 0},        {end(), 0},      {base_, page_},   {base_, page_ + 1},
+      {base_ + 1, page_},  {end() - 1, 1},  {&kPageProbe, 1}, {end(), 8},     {base_ + 100, 16},
+  };
+  // Every rotation, so that each range comes first, last and after a bad one.
+  for (std::size_t shift = 0; shift < questions.size(); ++shift) {
+    std::vector<platform::readable_range> batch;
+    for (std::size_t i = 0; i < questions.size(); ++i) {
+      const auto& [address, size] = questions[(i + shift) % questions.size()];
+      batch.push_back({address, size, false});
+    }
+    platform::check_readable(batch.data(), batch.size());
+    for (const platform::readable_range& r : batch) {
+      EXPECT_EQ(r.readable, platform::is_readable(r.address, r.size))
+          << "shift " << shift << ": " << r.address << " + " << r.size;
+    }
+  }
 }
 
 TEST_F(GuardedPage, ReadsTextsOnlyThroughToTheirZero) {

@@ -95,6 +95,55 @@ bool is_readable(const void* address, std::size_t size) noexcept {
   return true;
 }
 
+void check_readable(readable_range* ranges, std::size_t count) noexcept {
+  constexpr std::size_t kBatch = 16;
+  unsigned char scratch[kChunk];  // every answer is copied here and dropped
+  for (std::size_t first = 0; first < count;) {
+    // The next batch: small ranges go to the kernel together; others are
+    // settled here.
+    iovec local[kBatch], remote[kBatch];
+    std::size_t asked[kBatch];
+    std::size_t n = 0, end = first;
+    for (; end < count && n < kBatch; ++end) {
+      readable_range& r = ranges[end];
+      if (r.size == 0 || r.address == nullptr || r.size > kChunk) {
+        r.readable = is_readable(r.address, r.size);
+        continue;
+      }
+      local[n] = {scratch, r.size};
+      remote[n] = {const_cast<void*>(r.address), r.size};
+      asked[n++] = end;
+    }
+    if (n == 0) {
+      first = end;
+      continue;
+    }
+    ssize_t got = process_vm_readv(own_pid(), local, n, remote, n, 0);
+    if (got < 0 && (errno == ENOSYS || errno == EPERM)) {
+      for (std::size_t i = 0; i < n; ++i) ranges[asked[i]].readable = is_readable(remote[i].iov_base, remote[i].iov_len);
+      first = end;
+      continue;
+    }
+    // The kernel stops at the first range it can't read all of: those
+    // before it are readable, it is not, and those behind it are asked again.
+    std::size_t done = 0;
+    for (; done < n && got >= static_cast<ssize_t>(remote[done].iov_len); ++done) {
+      ranges[asked[done]].readable = true;
+      got -= static_cast<ssize_t>(remote[done].iov_len);
+    }
+    if (done < n) {
+      ranges[asked[done]].readable = false;
+      first = asked[done] + 1;
+    } else {
+      first = end;
+    }
+  }
+}
+
+std::size_t bytes_to_page_end(const void* address) noexcept {
+  return to_page_end(reinterpret_cast<std::uintptr_t>(address));
+}
+
 bool is_readable_text(const char* text, std::size_t& length) noexcept { return readable_text(text, length); }
 bool is_readable_text(const wchar_t* text, std::size_t& length) noexcept { return readable_text(text, length); }
 

@@ -208,17 +208,18 @@ void TvFuncLog::WriteLogEnd() const noexcept {
   trace::log_sink().Write(s.line, s.length);
   s.length = 0;
   s.line[0] = 0;
+  s.precheckCount = 0;
 }
 
 const TvFuncLog& TvFuncLog::WriteAppend(const char* text) const noexcept {
-  if (state_ == nullptr) return *this;
+  if (state_ == nullptr || state_->collecting) return *this;
   if (state_->parmCount >= 0) WriteAppendParmSep();
   if (text != nullptr) append_plain(*state_, text, std::strlen(text));
   return *this;
 }
 
 const TvFuncLog& TvFuncLog::WriteAppend(const char* text, int length) const noexcept {
-  if (state_ == nullptr) return *this;
+  if (state_ == nullptr || state_->collecting) return *this;
   if (state_->parmCount >= 0) WriteAppendParmSep();
   if (text != nullptr && length > 0) append_plain(*state_, text, static_cast<std::size_t>(length));
   return *this;
@@ -234,7 +235,7 @@ const TvFuncLog& TvFuncLog::WriteAppendFormat(const char* format, ...) const noe
 
 const TvFuncLog& TvFuncLog::WriteAppendFormatV(const char* format,
                                                std::va_list arguments) const noexcept {
-  if (state_ == nullptr) return *this;
+  if (state_ == nullptr || state_->collecting) return *this;
   if (state_->parmCount >= 0) WriteAppendParmSep();
   if (format != nullptr) append_formatted(*state_, format, arguments);
   return *this;

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include <tvbase/export.h>
 #include <tvbase/platform/ole_types.h>
@@ -60,11 +61,19 @@ class TVBASE_EXPORT TvFuncLog {
   // Starts the scope and, if the class is enabled, writes an enter line with
   // each argument streamed in through `log << argument`, the typed
   // formatters of this class.
+  // The memory that parameters of several pointer and structure forms read
+  // is asked about in one request to the kernel before the line is built.
   template <typename... Args>
     requires(sizeof...(Args) > 0)
   TvFuncLog(const char* name, eLogFilter filter, const Args&... args) noexcept {
     if (EnterFunc(name, filter)) {
       WriteLogStartFunc();
+      if constexpr ((int{AsksMemory<Args>()} + ...) >= 2) {
+        if (BeginPrecheck()) {
+          (Precheck(args), ...);
+          EndPrecheck();
+        }
+      }
       (static_cast<void>(*this << args), ...);
       WriteLogEnd();
     }
@@ -233,6 +242,35 @@ class TVBASE_EXPORT TvFuncLog {
   void WriteLogEnd() const noexcept;
   void WriteAppendParmSep() const noexcept;
   bool Enter(const char* name, std::uint8_t filter) noexcept;
+
+  // Whether the form of a T reads memory that the kernel is asked about
+  // first: pointers to values and texts, the structures, the pointer
+  // wrappers. Only the library's own forms: a form defined elsewhere is
+  // never run twice.
+  template <typename T>
+  static constexpr bool AsksMemory() noexcept {
+    using U = std::remove_cv_t<T>;
+    if constexpr (std::is_array_v<U>) {
+      using E = std::remove_cv_t<std::remove_extent_t<U>>;
+      return std::is_same_v<E, char> || std::is_same_v<E, wchar_t>;
+    } else if constexpr (std::is_pointer_v<U>) {
+      using P = std::remove_cv_t<std::remove_pointer_t<U>>;
+      return std::is_arithmetic_v<P> || std::is_same_v<P, wchar_t*> || std::is_same_v<P, GUID> ||
+             std::is_same_v<P, CREATESTRUCTA> || std::is_same_v<P, VARIANT>;
+    } else {
+      return std::is_same_v<U, GUID> || std::is_same_v<U, CREATESTRUCTA> || std::is_same_v<U, VARIANT> ||
+             std::is_same_v<U, CharPtr> || std::is_same_v<U, WCharPtr> || std::is_same_v<U, OleDatePtr>;
+    }
+  }
+  // The gathering pass: the forms note what they would read, write nothing,
+  // and EndPrecheck asks the kernel about all of it at once. BeginPrecheck
+  // is false on an object without a thread state.
+  template <typename T>
+  void Precheck(const T& arg) const noexcept {
+    if constexpr (AsksMemory<T>()) static_cast<void>(*this << arg);
+  }
+  bool BeginPrecheck() const noexcept;
+  void EndPrecheck() const noexcept;
 
   TvLogThreadState* state_ = nullptr;
   const char* name_ = nullptr;

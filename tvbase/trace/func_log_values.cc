@@ -22,6 +22,59 @@ constexpr std::size_t kNarrowBuffer = kWhole * 3 + 1;
 
 std::uintptr_t address(const void* p) { return reinterpret_cast<std::uintptr_t>(p); }
 
+void note(TvLogThreadState& s, const void* p, std::size_t size, bool text) {
+  if (s.precheckCount < TvLogThreadState::kPrechecks) {
+    s.prechecks[s.precheckCount++] = {p, static_cast<std::uint32_t>(size), text, false};
+  }
+}
+
+// Whether `size` bytes at `p` can be read. While an enter line's questions
+// are gathered, the question is noted and the answer is no, so that the form
+// reads nothing further; afterwards a noted answer serves, else the kernel is
+// asked.
+bool readable(TvLogThreadState* s, const void* p, std::size_t size) {
+  if (s != nullptr && s->collecting) {
+    if (size != 0 && p != nullptr) note(*s, p, size, false);
+    return false;
+  }
+  if (s != nullptr) {
+    for (int i = 0; i < s->precheckCount; ++i) {
+      const TvLogThreadState::precheck& c = s->prechecks[i];
+      if (!c.text && c.address == p && c.size == size) return c.readable;
+    }
+  }
+  return platform::is_readable(p, size);
+}
+
+// The same for a text through to its zero, whose length goes to `length`. A
+// text is asked about up to the end of its first page in advance; a zero
+// beyond that is sought page by page as usual.
+template <typename Char>
+bool readable_text(TvLogThreadState* s, const Char* text, std::size_t& length) {
+  const bool aligned = address(text) % alignof(Char) == 0;
+  if (s != nullptr && s->collecting) {
+    if (text != nullptr && aligned) note(*s, text, platform::bytes_to_page_end(text), true);
+    return false;
+  }
+  for (int i = 0; s != nullptr && i < s->precheckCount; ++i) {
+    const TvLogThreadState::precheck& c = s->prechecks[i];
+    if (!c.text || c.address != text) continue;
+    if (!c.readable) return false;
+    const std::size_t units = c.size / sizeof(Char);
+    for (std::size_t n = 0; n < units; ++n) {
+      if (text[n] == Char{}) {
+        length = n;
+        return true;
+      }
+    }
+    std::size_t rest = 0;
+    if (!platform::is_readable_text(text + units, rest)) return false;
+    length = units + rest;
+    return true;
+  }
+  return platform::is_readable_text(text, length);
+}
+
 // Wide units as zero-ended UTF-8 in `out`, "*" for what can't be shown.
 void narrow(const wchar_t* text, std::size_t length, char (&out)[kNarrowBuffer]) {
   out[platform::wide_to_default({text, length}, "*", out, kNarrowBuffer - 1)] = '\0';
@@ -110,12 +163,28 @@ const TvFuncLog& append_pointed(const TvFuncLog& log, const T* p, const char* un
 }  // namespace
 
 bool TvFuncLog::WriteAppendPtr(const void* p, unsigned int size) const noexcept {
-  const bool readable = platform::is_readable(p, size);
-  if (state_ != nullptr) {
+  const bool answer = readable(state_, p, size);
+  if (state_ != nullptr && !state_->collecting) {
     WriteAppendFormat("%08" PRIxPTR "->", address(p));
     state_->glue = true;
   }
-  return readable;
+  return answer;
+}
+
+bool TvFuncLog::BeginPrecheck() const noexcept {
+  if (state_ == nullptr) return false;
+  state_->collecting = true;
+  state_->precheckCount = 0;
+  return true;
+}
+
+void TvFuncLog::EndPrecheck() const noexcept {
+  TvLogThreadState& s = *state_;
+  s.collecting = false;
+  platform::readable_range ranges[TvLogThreadState::kPrechecks];
+  for (int i = 0; i < s.precheckCount; ++i) ranges[i] = {s.prechecks[i].address, s.prechecks[i].size, false};
+  platform::check_readable(ranges, static_cast<std::size_t>(s.precheckCount));
+  for (int i = 0; i < s.precheckCount; ++i) s.prechecks[i].readable = ranges[i].readable;
 }
 
 const TvFuncLog& TvFuncLog::operator<<(char value) const noexcept { return WriteAppendFormat("'%c'", value); }
@@ -198,7 +267,7 @@ const TvFuncLog& TvFuncLog::operator<<(std::nullptr_t) const noexcept {
 const TvFuncLog& TvFuncLog::operator<<(const char* text) const noexcept {
   if (state_ == nullptr) return *this;
   std::size_t length = 0;
-  if (!platform::is_readable_text(text, length)) return WriteAppendFormat("%016" PRIXPTR "->\"?\"", address(text));
+  if (!readable_text(state_, text, length)) return WriteAppendFormat("%016" PRIXPTR "->\"?\"", address(text));
   if (length <= kWhole) return WriteAppendFormat("\"%s\"", text);
   return WriteAppendFormat("\"%-.*s...%s\"", static_cast<int>(kHead), text, text + length - kTail);
 }
@@ -206,14 +275,14 @@ const TvFuncLog& TvFuncLog::operator<<(const char* text) const noexcept {
 const TvFuncLog& TvFuncLog::operator<<(const wchar_t* text) const noexcept {
   if (state_ == nullptr) return *this;
   std::size_t length = 0;
-  if (!platform::is_readable_text(text, length)) return WriteAppendFormat("%016" PRIXPTR "->L\"?\"", address(text));
+  if (!readable_text(state_, text, length)) return WriteAppendFormat("%016" PRIXPTR "->L\"?\"", address(text));
   return append_wide(*this, "L", text, length, "");
 }
 
 const TvFuncLog& TvFuncLog::operator<<(wchar_t* const& bstr) const noexcept {
   if (state_ == nullptr) return *this;
   std::size_t length = 0;
-  if (!platform::is_readable(&bstr, sizeof bstr) || (bstr != nullptr && !platform::is_readable_text(bstr, length))) {
+  if (!readable(state_, &bstr, sizeof bstr) || (bstr != nullptr && !platform::is_readable_text(bstr, length))) {
     return WriteAppendFormat("R%016" PRIXPTR "->BSTR(?)", address(&bstr));
   }
   if (bstr == nullptr) return WriteAppend("BSTR(null)");
@@ -226,7 +295,7 @@ const TvFuncLog& TvFuncLog::operator<<(wchar_t* const* bstr) const noexcept {
 }
 
 const TvFuncLog& TvFuncLog::operator<<(const GUID& g) const noexcept {
-  if (!platform::is_readable(&g, sizeof g)) return WriteAppendFormat("R%016" PRIXPTR "->{?}", address(&g));
+  if (!readable(state_, &g, sizeof g)) return WriteAppendFormat("R%016" PRIXPTR "->{?}", address(&g));
   return WriteAppendFormat("{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", g.Data1, g.Data2, g.Data3,
                            g.Data4[0], g.Data4[1], g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6],
                            g.Data4[7]);
@@ -234,7 +303,7 @@ const TvFuncLog& TvFuncLog::operator<<(const GUID& g) const noexcept {
 const TvFuncLog& TvFuncLog::operator<<(const GUID* value) const noexcept { return append_pointed(*this, value, "{?}"); }
 
 const TvFuncLog& TvFuncLog::operator<<(const CREATESTRUCTA& value) const noexcept {
-  if (!platform::is_readable(&value, sizeof value)) {
+  if (!readable(state_, &value, sizeof value)) {
     return WriteAppendFormat("R%016" PRIXPTR "->CREATESTRUCT(?)", address(&value));
   }
   return WriteAppend("CREATESTRUCT()");
@@ -244,7 +313,7 @@ const TvFuncLog& TvFuncLog::operator<<(const CREATESTRUCTA* value) const noexcep
 }
 
 const TvFuncLog& TvFuncLog::operator<<(const VARIANT& value) const noexcept {
-  if (!platform::is_readable(&value, sizeof value)) return WriteAppendFormat("R%016" PRIXPTR "->VT_?)", address(&value));
+  if (!readable(state_, &value, sizeof value)) return WriteAppendFormat("R%016" PRIXPTR "->VT_?)", address(&value));
   return append_variant(*this, value);
 }
 const TvFuncLog& TvFuncLog::operator<<(const VARIANT* value) const noexcept {

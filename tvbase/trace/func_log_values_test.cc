@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <climits>
 #include <cmath>
@@ -232,6 +233,59 @@ TEST_F(TraceValues, StructureForms) {
       {"bad CREATESTRUCT pointer", [bad_create] { traced(bad_create); }, ptr(bad_create) + "CREATESTRUCT(?)"},
       {"bad VARIANT reference", [bad_variant] { traced(*bad_variant); }, "R" + addr(bad_variant) + "->VT_?)"},
       {"bad VARIANT pointer", [bad_variant] { traced(bad_variant); }, ptr(bad_variant) + "VT_?"},
+  };
+  check_rows(*this, rows, [this](const std::function<void()>& body) { return enter_line(body); });
+}
+
+// Several parameters that read memory are asked about together before the
+// line is built: each item still shows the form it shows on its own, with
+// bad ones before, between and after good ones, texts whose zero lies beyond
+// their first page, and more questions than are asked in advance.
+TEST_F(TraceValues, ParametersAskedAboutTogether) {
+  guarded_page guard;
+  static int five = 5;
+  static const GUID id{0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
+  static const std::string guid_form = "{00112233-4455-6677-8899-AABBCCDDEEFF}";
+  const int* bad = reinterpret_cast<const int*>(guard.end());
+  const auto* bad_guid = reinterpret_cast<const GUID*>(guard.end() - 8);
+  char* unended = guard.end() - 3;
+  unended[0] = unended[1] = unended[2] = 'z';
+  // A zero in the last readable byte, the text starting a page before.
+  guarded_page full;
+  char* page_long = full.base;
+  std::fill(page_long, full.end() - 1, 'p');
+  full.end()[-1] = '\0';
+  static const std::string long_text = std::string(100, 'h') + std::string(6000, 'm') + std::string(50, 't');
+  static const std::wstring long_wide(5000, L'w');
+  const std::string shortened = "\"" + std::string(100, 'h') + "..." + std::string(50, 't') + "\"";
+  const std::string wide_shortened = "L\"" + std::string(100, 'w') + "..." + std::string(50, 'w') + "\"";
+  const std::string page_form = "\"" + std::string(100, 'p') + "..." + std::string(50, 'p') + "\"";
+  const std::string good_int = ptr(&five) + "int(5)";
+  const std::string bad_int = ptr(bad) + "int(?)";
+  const std::vector<row> rows = {
+      {"bad before good", [bad] { traced(bad, &five); }, bad_int + ", " + good_int},
+      {"bad between good", [bad] { traced(&five, bad, &five); }, good_int + ", " + bad_int + ", " + good_int},
+      {"bad after good", [bad] { traced(&five, 7, bad); }, good_int + ", int(7), " + bad_int},
+      {"all bad", [bad, bad_guid] { traced(bad, *bad_guid, bad); },
+       bad_int + ", R" + addr(bad_guid) + "->{?}, " + bad_int},
+      {"texts and structures",
+       [bad_guid] { traced("abc", L"d\u00E9", id, &id, bad_guid, TvFuncLog::CharPtr("q")); },
+       "\"abc\", L\"d\xC3\xA9\", " + guid_form + ", " + ptr(&id) + guid_form + ", " + ptr(bad_guid) + "{?}, " +
+           ptr("q") + "'q'"},
+      {"text that runs into the guard", [unended] { traced(&five, static_cast<const char*>(unended)); },
+       good_int + ", " + addr(unended) + "->\"?\""},
+      {"text that ends on its page's last byte",
+       [page_long] { traced(&five, static_cast<const char*>(page_long)); }, good_int + ", " + page_form},
+      {"texts longer than a page", [] { traced(long_text.c_str(), long_wide.c_str()); },
+       shortened + ", " + wide_shortened},
+      {"the same pointer twice", [] { traced(&five, &five); }, good_int + ", " + good_int},
+      {"more than are asked in advance",
+       [bad] { traced(&five, bad, &five, bad, &five, bad, &five, bad, &five, bad); },
+       [&] {
+         std::string out;
+         for (int i = 0; i < 5; ++i) out += (i ? ", " : "") + good_int + ", " + bad_int;
+         return out;
+       }()},
   };
   check_rows(*this, rows, [this](const std::function<void()>& body) { return enter_line(body); });
 }
