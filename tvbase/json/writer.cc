@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include <tvbase/platform/memory_advice.h>
+
 #include "value_access.h"
 
 namespace json {
@@ -19,6 +21,7 @@ namespace {
 using strategy_t = object::escape_strategy;
 
 constexpr wchar_t kHex[] = L"0123456789ABCDEF";
+constexpr std::size_t kPopulateBytes = std::size_t{1} << 20;
 
 // How many units a unit adds when escaped: 0 (written raw), 1 (a two-unit
 // form such as \n) or 5 (\uXXXX). Only values 1 and 2 of the strategy mean
@@ -242,6 +245,10 @@ std::wstring object::to_string(escape_strategy strategy) const {
   writer::walk(*this, counter);
   std::wstring text;
   text.reserve(counter.size());
+  // A large result is often memory the system has yet to hand over: taken
+  // in one call, not a page fault per page.
+  const std::size_t bytes = counter.size() * sizeof(wchar_t);
+  if (bytes >= kPopulateBytes) platform::populate_pages(text.data(), bytes);
   text_sink sink(&text, nullptr, strategy);
   writer::walk(*this, sink);
   sink.drain();
