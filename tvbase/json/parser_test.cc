@@ -100,6 +100,16 @@ TEST(JsonParse, CountsColumnsInUtf16Units) {
       {L"\t\tx", 1, 3, kChar, L"null"},
       {L"{\n\"a\"\n:\n1\n,\n}", 6, 1, "expected a '\"'", L"{\"a\":1}"},
   });
+  // Runs of blanks of every length around the eight taken at once, alone,
+  // behind a line feed, and broken by a tab.
+  std::vector<error_row> rows;
+  for (std::uint32_t n = 0; n <= 26; ++n) {
+    const std::wstring blanks(n, L' ');
+    rows.push_back({L"[" + blanks + L"x", 1, n + 2, kChar, L"[null]"});
+    rows.push_back({L"[\n" + blanks + L"x", 2, n + 1, kChar, L"[null]"});
+    rows.push_back({L"[" + blanks + L"\t" + blanks + L"x", 1, 2 * n + 3, kChar, L"[null]"});
+  }
+  check_errors(rows);
 }
 
 TEST(JsonParse, NulEndsTheInputWhereverItStands) {
