@@ -72,6 +72,23 @@ bool plain(std::uint32_t u, strategy_t strategy) noexcept {
   return true;
 }
 
+// Writes `text` through `sink`: runs of plain units as they are, the others
+// escaped.
+template <class Sink>
+void put_escaped_text(Sink& sink, std::wstring_view text, strategy_t strategy) {
+  const wchar_t* p = text.data();
+  const wchar_t* const end = p + text.size();
+  while (p != end) {
+    const wchar_t* run = p;
+    while (p != end && plain(unit(*p), strategy)) ++p;
+    sink.put(run, static_cast<std::size_t>(p - run));
+    if (p == end) break;
+    const std::uint32_t u = unit(*p++);
+    wchar_t escaped[6];
+    sink.put(escaped, static_cast<std::size_t>(write_escape(escaped, u, extra_units(u, strategy)) - escaped));
+  }
+}
+
 }  // namespace
 
 // Counts the units that a walk would write, so that to_string() can make its
@@ -94,14 +111,13 @@ class size_counter {
   std::size_t size_ = 0;
 };
 
-// Gathers units in a buffer of its own and hands them on in blocks, to a
-// wide string or to a stream, so that a unit costs a store and not a call.
-class text_sink {
+// Gathers units in a buffer of its own and hands them on to a stream in
+// blocks, so that a unit costs a store and not a call.
+class stream_sink {
  public:
-  text_sink(std::wstring* out, std::wostream* stream, strategy_t strategy)
-      : out_(out), stream_(stream), strategy_(strategy) {}
-  text_sink(const text_sink&) = delete;
-  text_sink& operator=(const text_sink&) = delete;
+  stream_sink(std::wostream& stream, strategy_t strategy) : stream_(stream), strategy_(strategy) {}
+  stream_sink(const stream_sink&) = delete;
+  stream_sink& operator=(const stream_sink&) = delete;
 
   void put(wchar_t c) {
     if (used_ == kBuffer) drain();
@@ -111,47 +127,50 @@ class text_sink {
     if (n > kBuffer - used_) {
       drain();
       if (n > kBuffer) {
-        hand_on(p, n);
+        stream_.write(p, static_cast<std::streamsize>(n));
         return;
       }
     }
     std::wmemcpy(buffer_ + used_, p, n);
     used_ += n;
   }
-  void put_escaped(std::wstring_view text) {
-    const wchar_t* p = text.data();
-    const wchar_t* const end = p + text.size();
-    while (p != end) {
-      const wchar_t* run = p;
-      while (p != end && plain(unit(*p), strategy_)) ++p;
-      put(run, static_cast<std::size_t>(p - run));
-      if (p == end) break;
-      const std::uint32_t u = unit(*p++);
-      wchar_t escaped[6];
-      put(escaped, static_cast<std::size_t>(write_escape(escaped, u, extra_units(u, strategy_)) - escaped));
-    }
-  }
+  void put_escaped(std::wstring_view text) { put_escaped_text(*this, text, strategy_); }
   // Hands on what is still buffered.
   void drain() {
-    hand_on(buffer_, used_);
+    stream_.write(buffer_, static_cast<std::streamsize>(used_));
     used_ = 0;
   }
 
  private:
-  void hand_on(const wchar_t* p, std::size_t n) {
-    if (stream_) {
-      stream_->write(p, static_cast<std::streamsize>(n));
-    } else {
-      out_->append(p, n);
-    }
-  }
-
   static constexpr std::size_t kBuffer = 4096;
-  std::wstring* out_;
-  std::wostream* stream_;
+  std::wostream& stream_;
   strategy_t strategy_;
   std::size_t used_ = 0;
   wchar_t buffer_[kBuffer];
+};
+
+// Writes into a string already made at the length that size_counter found:
+// no checks, no buffer in between. Short runs (numbers, keys) are copied in
+// line rather than by a call.
+class fill_sink {
+ public:
+  fill_sink(wchar_t* to, strategy_t strategy) : at_(to), strategy_(strategy) {}
+  void put(wchar_t c) { *at_++ = c; }
+  void put(const wchar_t* p, std::size_t n) {
+    if (n <= kShort) {
+      for (std::size_t i = 0; i < n; ++i) at_[i] = p[i];
+    } else {
+      std::wmemcpy(at_, p, n);
+    }
+    at_ += n;
+  }
+  void put_escaped(std::wstring_view text) { put_escaped_text(*this, text, strategy_); }
+  const wchar_t* end() const { return at_; }
+
+ private:
+  static constexpr std::size_t kShort = 16;
+  wchar_t* at_;
+  strategy_t strategy_;
 };
 
 // The walk over a tree, with an explicit stack, feeding one of the two
@@ -235,7 +254,7 @@ class writer {
 };
 
 void object::serialize(std::wostream& out, escape_strategy strategy) const {
-  text_sink sink(nullptr, &out, strategy);
+  stream_sink sink(out, strategy);
   writer::walk(*this, sink);
   sink.drain();
 }
@@ -249,9 +268,10 @@ std::wstring object::to_string(escape_strategy strategy) const {
   // in one call, not a page fault per page.
   const std::size_t bytes = counter.size() * sizeof(wchar_t);
   if (bytes >= kPopulateBytes) platform::populate_pages(text.data(), bytes);
-  text_sink sink(&text, nullptr, strategy);
+  text.resize(counter.size());
+  fill_sink sink(text.data(), strategy);
   writer::walk(*this, sink);
-  sink.drain();
+  if (sink.end() != text.data() + text.size()) throw std::logic_error("error in to_string()");
   return text;
 }
 
