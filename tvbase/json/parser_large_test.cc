@@ -207,7 +207,7 @@ TEST(JsonParseLarge, MillionKeysInOneDictionary) {
 
   // Read over: the keys that are there are found, new ones appended.
   std::wstring over = L"{";
-  for (std::size_t i = 0; i < kKeys; i += 2) over.append(L"\"k").append(std::to_wstring(i)).append(L"\":true,");
+  for (std::size_t i = 0; i < kKeys; i += 10) over.append(L"\"k").append(std::to_wstring(i)).append(L"\":true,");
   over += L"\"new\":null,\"k1\":false}";
   ASSERT_FALSE(value.parse(over));
   count = 0;
@@ -218,7 +218,7 @@ TEST(JsonParseLarge, MillionKeysInOneDictionary) {
     return true;
   });
   EXPECT_EQ(count, kKeys + 1);
-  EXPECT_EQ(trues, kKeys / 2);
+  EXPECT_EQ(trues, kKeys / 10);
   EXPECT_FALSE(value(L"k1").as_bool(true));
   EXPECT_TRUE(value(L"new").is_null());
 }

@@ -49,9 +49,7 @@ TEST(UrlEncodeLarge, TenMegabyteNarrowTexts) {
   const row rows[] = {
       {"bytes", "a b&~", 0, "a+b%26%7E"},
       {"UTF-8 to Latin-1", "\xC3\xA9", 28591, "%E9"},
-      {"UTF-8 to UTF-8", "\xC3\xA9x", 65001, "%C3%A9x"},
       {"UTF-8 through iconv", "\xE2\x82\xAC ", 1252, "%80+"},
-      {"lacking in Latin-1", "\xE4\xB8\x80", 28591, "%3F"},
       {"lacking in Windows-1252", "\xE4\xB8\x80", 1252, "%3F"},
       {"malformed UTF-8 through iconv", "\xFF", 1252, "%3F"},
   };
