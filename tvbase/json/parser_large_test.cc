@@ -1,11 +1,12 @@
 // The reader, the writer and the text functions on very large and very deep
-// input: a million levels of nesting, tokens of 10 MB, a million keys in
-// one dictionary. Each case checks its exact result and
-// bounds the memory that it takes by the size of its input; time is the
-// benchmark's business (bench/large), but a case that turns quadratic runs
-// into the test's time limit.
+// input: a million levels of nesting, tokens of 10 MB, a million keys in one
+// dictionary. Each case checks its exact result and bounds the memory that it
+// takes by the size of its input; time is the benchmark's business
+// (bench/large), but a case that turns quadratic runs into the test's time
+// limit.
 #include <tvbase/json/object.h>
 
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
