@@ -1,5 +1,10 @@
 #include "calc.h"
 
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
 #include <fmt/format.h>
 
 #include <tvbase/text/replace_engine.h>
@@ -90,6 +95,293 @@ void normalise_space(replace_engine::engine<char>& edits, std::string& expressio
     edits.reset(expression);
   }
 }
+
+// The expression being reduced, held with a gap where the last edit was, so
+// that an edit costs its distance from the one before rather than a rebuild
+// of the whole text. Positions count the text without the gap.
+class gap_text {
+ public:
+  explicit gap_text(std::string text) : buffer_(std::move(text)), gap_(buffer_.size()), rest_(buffer_.size()) {}
+
+  std::size_t size() const { return gap_ + (buffer_.size() - rest_); }
+  char at(std::size_t i) const { return i < gap_ ? buffer_[i] : buffer_[rest_ + (i - gap_)]; }
+
+  // The text from `from` to its end, in one piece; the gap moves to `from`
+  // if it lies behind it. The view lasts until the next call of tail() or
+  // replace().
+  std::string_view tail(std::size_t from) {
+    if (from < gap_) move_gap(from);
+    return std::string_view(buffer_).substr(rest_ + (from - gap_));
+  }
+
+  // Replaces [begin, end) by `with`, which must not point into this text;
+  // the gap stays in front of the new piece.
+  void replace(std::size_t begin, std::size_t end, std::string_view with) {
+    move_gap(begin);
+    rest_ += end - begin;
+    if (rest_ - gap_ < with.size()) widen(with.size());
+    rest_ -= with.size();
+    std::copy(with.begin(), with.end(), buffer_.begin() + static_cast<std::ptrdiff_t>(rest_));
+  }
+
+  // The text, taken out without a copy; this object is empty afterwards.
+  std::string take() {
+    move_gap(size());
+    buffer_.resize(gap_);
+    gap_ = rest_ = 0;
+    return std::move(buffer_);
+  }
+
+ private:
+  void move_gap(std::size_t to) {
+    char* const data = buffer_.data();
+    if (to < gap_) {
+      const std::size_t n = gap_ - to;
+      std::memmove(data + rest_ - n, data + to, n);
+      rest_ -= n;
+    } else {
+      const std::size_t n = to - gap_;
+      std::memmove(data + gap_, data + rest_, n);
+      rest_ += n;
+    }
+    gap_ = to;
+  }
+
+  // Makes room for `needed` more bytes, and as much again as the text.
+  void widen(std::size_t needed) {
+    const std::size_t behind = buffer_.size() - rest_;
+    std::string grown(2 * (size() + needed), '\0');
+    std::copy_n(buffer_.begin(), gap_, grown.begin());
+    std::copy_n(buffer_.begin() + static_cast<std::ptrdiff_t>(rest_), behind,
+                grown.end() - static_cast<std::ptrdiff_t>(behind));
+    rest_ = grown.size() - behind;
+    buffer_ = std::move(grown);
+  }
+
+  std::string buffer_;
+  std::size_t gap_;   // the gap is buffer_[gap_, rest_)
+  std::size_t rest_;
+};
+
+// The kinds of piece, in the order in which a pass looks for them.
+enum kind : std::size_t { kGroup, kProduct, kSum, kRound, kKinds };
+
+// Where a piece of one kind may still start: at `frontier` and behind it,
+// where no search has looked yet, and in [low, high), round earlier edits.
+// At every other place a search has found no piece in the text as it is.
+struct unsettled {
+  std::size_t low = 0;
+  std::size_t high = 0;  // low >= high: no such stretch
+  std::size_t frontier = 0;
+
+  // Carries the places over an edit that made [begin, end) [begin, new_end).
+  // A place inside the edited piece goes to its start, or for `high` to
+  // its new end.
+  void carry(std::size_t begin, std::size_t end, std::size_t new_end) {
+    const auto moved = [&](std::size_t at, std::size_t inside) {
+      if (at <= begin) return at;
+      return at >= end ? at - end + new_end : inside;
+    };
+    low = moved(low, begin);
+    high = moved(high, new_end);
+    frontier = moved(frontier, begin);
+  }
+
+  // Adds [from, to). Stretches are joined with what lies between them; the
+  // edits that add them follow one another closely, so little lies there.
+  void add(std::size_t from, std::size_t to) {
+    if (low >= high) {
+      low = from;
+      high = to;
+    } else {
+      low = std::min(low, from);
+      high = std::max(high, to);
+    }
+  }
+};
+
+// Bytes other than digits that may stand in a piece between its start and
+// any later byte, past the "(" of a group or the "round(" of a call: at most
+// those of "up, -1.25px , -1.25px" with blanks round each comma.
+constexpr std::size_t kMostOthers = 24;
+
+// A byte that may stand inside a piece, past its "(" or "round(".
+bool piece_byte(char c) {
+  return (c >= '0' && c <= '9') || c == '.' || c == ' ' || c == '-' || c == '+' || c == '*' || c == '/' ||
+         c == '%' || c == ',' || (c >= 'a' && c <= 'z');
+}
+
+// The passes of evaluate_calc, each done where it can have changed
+// anything. A pass looks for the leftmost piece of the first kind that has
+// one, as the searches of patterns.h do on the whole text, but tries only
+// the places that `unsettled_` holds for that kind; an edit unsettles, for
+// every kind, only the places from which a piece could read what it
+// changed. So a pass costs what it tries, and each place is tried again
+// only when an edit comes near it: a deep nest or a long chain of
+// operations takes time linear in its length, and only a number of very
+// many digits, which an edit next to it has each piece read again, costs
+// more.
+class reducer {
+ public:
+  reducer(std::string_view name, std::string expression) : name_(name), text_(std::move(expression)) {}
+
+  // Reduces the text; leaves it in `expression` and gives the message of a
+  // failure, as evaluate_calc.
+  std::optional<std::string> run(std::string& expression) {
+    bool invalid_text = false;
+    auto message = reduce(invalid_text);
+    expression = text_.take();
+    if (invalid_text) message = invalid(name_, expression);
+    return message;
+  }
+
+ private:
+  // The message of the first failure of a piece; or none, with
+  // `invalid_text` set when the text is left with no piece to compute.
+  std::optional<std::string> reduce(bool& invalid_text) {
+    for (;;) {
+      if (const auto g = search<group>(kGroup)) {
+        rewrite(g->whole, std::string(g->inner));
+        continue;
+      }
+      auto m = search<operation>(kProduct);
+      if (!m) m = search<operation>(kSum);
+      if (m) {
+        const unit_outcome unit = operation_unit(name_, *m);
+        if (unit.message) return unit.message;
+        std::string with = apply_operator(m->left.number, m->right.number, m->op);
+        with += unit.unit;
+        rewrite(m->whole, with);
+        continue;
+      }
+      if (whole_is_value()) return std::nullopt;
+      if (const auto r = search<round_call>(kRound)) {
+        const unit_outcome unit = round_unit(name_, *r);
+        if (unit.message) return unit.message;
+        std::string with = round_to_step(r->value.number, r->step.number, strategy_of(r->strategy));
+        with += unit.unit;
+        rewrite(r->whole, with);
+        continue;
+      }
+      invalid_text = true;
+      return std::nullopt;
+    }
+  }
+
+  // The leftmost piece of kind `k` among its unsettled places, with its
+  // spans turned into places of the whole text; then the places in front of
+  // it are settled. Its views last until the next search or rewrite.
+  template <class Piece>
+  std::optional<Piece> search(kind k) {
+    unsettled& u = unsettled_[k];
+    if (u.low < u.high && u.low < u.frontier) {
+      if (auto found = search_in<Piece>(k, u.low, std::min(u.high, u.frontier))) {
+        u.low = found->whole.begin;
+        return found;
+      }
+    }
+    u.low = u.high = 0;
+    if (auto found = search_in<Piece>(k, u.frontier, text_.size())) {
+      u.frontier = found->whole.begin;
+      return found;
+    }
+    u.frontier = text_.size();
+    return std::nullopt;
+  }
+
+  template <class Piece>
+  std::optional<Piece> search_in(kind k, std::size_t from, std::size_t to) {
+    const std::string_view tail = text_.tail(from);
+    const std::size_t end = to - from;
+    std::optional<Piece> found;
+    if constexpr (std::is_same_v<Piece, group> || std::is_same_v<Piece, round_call>) {
+      // A piece may read past `to`, but starts before it.
+      const std::string_view starts = tail.substr(0, end);
+      const char first = k == kGroup ? '(' : 'r';
+      for (std::size_t i = starts.find(first); i != std::string_view::npos && !found; i = starts.find(first, i + 1)) {
+        if constexpr (std::is_same_v<Piece, group>) {
+          found = group_at(tail, i);
+        } else {
+          found = round_at(tail, i);
+        }
+      }
+    } else {
+      // The byte in front of each start, for the skip inside runs of digits.
+      char before = from == 0 ? '\0' : text_.at(from - 1);
+      for (std::size_t i = 0; i < end && !found; ++i) {
+        const char c = tail[i];
+        const bool digit = c >= '0' && c <= '9';
+        if ((c == ' ' || c == '-' || digit) && !(digit && before >= '0' && before <= '9')) {
+          found = k == kProduct ? product_at(tail, i) : sum_at(tail, i);
+        }
+        before = c;
+      }
+    }
+    if (found) shift(*found, from);
+    return found;
+  }
+
+  static void shift(span& s, std::size_t by) {
+    s.begin += by;
+    s.end += by;
+  }
+  static void shift(group& g, std::size_t by) { shift(g.whole, by); }
+  static void shift(operation& m, std::size_t by) { shift(m.whole, by); }
+  static void shift(round_call& r, std::size_t by) { shift(r.whole, by); }
+
+  // Replaces a piece and unsettles, for every kind, the places from which a
+  // piece could read what changed: back from its start over the bytes that
+  // a piece may hold, and up to one byte past its new end, where a search
+  // looks at the byte in front.
+  void rewrite(span whole, const std::string& with) {
+    text_.replace(whole.begin, whole.end, with);
+    const std::size_t new_end = whole.begin + with.size();
+    const std::size_t from = reach_back(whole.begin);
+    const std::size_t to = std::min(new_end + 1, text_.size());
+    for (unsettled& u : unsettled_) {
+      u.carry(whole.begin, whole.end, new_end);
+      u.add(from, to);
+    }
+  }
+
+  // The earliest start of a piece that could read the byte at `at`: behind
+  // the bytes that may stand in a piece, any number of digits and at most
+  // kMostOthers others, the six bytes of "round(", of which a group's "("
+  // is the last.
+  std::size_t reach_back(std::size_t at) const {
+    std::size_t others = 0;
+    while (at > 0) {
+      const char c = text_.at(at - 1);
+      if (!(c >= '0' && c <= '9') && (!piece_byte(c) || ++others > kMostOthers)) break;
+      --at;
+    }
+    return at > 6 ? at - 6 : 0;
+  }
+
+  // is_value() on the whole text, read round the gap.
+  bool whole_is_value() const {
+    const std::size_t n = text_.size();
+    const auto is = [&](std::size_t i, char c) { return i < n && text_.at(i) == c; };
+    const auto digit = [&](std::size_t i) { return i < n && text_.at(i) >= '0' && text_.at(i) <= '9'; };
+    std::size_t i = is(0, ' ') ? 1 : 0;
+    if (is(i, '-')) ++i;
+    const std::size_t digits = i;
+    while (digit(i)) ++i;
+    if (i == digits) return false;
+    if (is(i, '.') && digit(i + 1)) i += digit(i + 2) ? 3 : 2;
+    if (is(i, '%')) {
+      ++i;
+    } else if ((is(i, 'p') && is(i + 1, 'x')) || (is(i, 'e') && is(i + 1, 'm'))) {
+      i += 2;
+    }
+    if (is(i, ' ')) ++i;
+    return i == n;
+  }
+
+  std::string_view name_;
+  gap_text text_;
+  unsettled unsettled_[kKinds];
+};
 
 }  // namespace
 
@@ -186,36 +478,11 @@ std::string round_to_step(std::string_view value, std::string_view step, round_s
 }
 
 std::optional<std::string> evaluate_calc(std::string_view name, std::string& expression) {
-  replace_engine::engine<char> edits{expression};
-  normalise_space(edits, expression);
-  for (;;) {
-    const std::string_view text = expression;
-    span whole;
-    std::string with;
-    if (const auto g = find_group(text)) {
-      whole = g->whole;
-      with = g->inner;
-    } else if (auto m = find_product(text); m || (m = find_sum(text))) {
-      const unit_outcome unit = operation_unit(name, *m);
-      if (unit.message) return unit.message;
-      whole = m->whole;
-      with = apply_operator(m->left.number, m->right.number, m->op);
-      with += unit.unit;
-    } else if (is_value(text)) {
-      return std::nullopt;
-    } else if (const auto r = find_round(text)) {
-      const unit_outcome unit = round_unit(name, *r);
-      if (unit.message) return unit.message;
-      whole = r->whole;
-      with = round_to_step(r->value.number, r->step.number, strategy_of(r->strategy));
-      with += unit.unit;
-    } else {
-      return invalid(name, expression);
-    }
-    static_cast<void>(edits.replace(text.substr(whole.begin, whole.end - whole.begin), with));
-    expression = edits.apply();
-    edits.reset(expression);
+  {
+    replace_engine::engine<char> edits{expression};
+    normalise_space(edits, expression);
   }
+  return reducer(name, std::move(expression)).run(expression);
 }
 
 }  // namespace css_processor

@@ -1,5 +1,6 @@
 #include "patterns.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -107,7 +108,7 @@ std::size_t read_strategy(std::string_view t, std::size_t i) {
   return npos;
 }
 
-std::optional<round_call> round_at(std::string_view t, std::size_t start) {
+std::optional<round_call> round_call_at(std::string_view t, std::size_t start) {
   round_call m;
   std::size_t i = start + 6;  // behind "round("
   const std::size_t word = skip_blank(t, i);
@@ -220,14 +221,32 @@ std::optional<reference> find_reference(std::string_view text, std::size_t from)
   return std::nullopt;
 }
 
+std::optional<group> group_at(std::string_view expr, std::size_t start) {
+  if (!at(expr, start, '(')) return std::nullopt;
+  const std::size_t inner = start + 1;
+  const std::size_t number_end = read_number(expr, skip_blank(expr, inner));
+  if (number_end == npos) return std::nullopt;
+  const std::size_t close = skip_blank(expr, read_unit(expr, number_end));
+  if (!at(expr, close, ')')) return std::nullopt;
+  return group{{start, close + 1}, expr.substr(inner, close - inner)};
+}
+
+std::optional<operation> product_at(std::string_view expr, std::size_t start) {
+  return operation_at(expr, start, '*', '/');
+}
+
+std::optional<operation> sum_at(std::string_view expr, std::size_t start) {
+  return operation_at(expr, start, '-', '+');
+}
+
+std::optional<round_call> round_at(std::string_view expr, std::size_t start) {
+  if (expr.substr(std::min(start, expr.size())).substr(0, 6) != "round(") return std::nullopt;
+  return round_call_at(expr, start);
+}
+
 std::optional<group> find_group(std::string_view expr) {
   for (std::size_t open = expr.find('('); open != npos; open = expr.find('(', open + 1)) {
-    const std::size_t inner = open + 1;
-    const std::size_t number = skip_blank(expr, inner);
-    const std::size_t number_end = read_number(expr, number);
-    if (number_end == npos) continue;
-    const std::size_t close = skip_blank(expr, read_unit(expr, number_end));
-    if (at(expr, close, ')')) return group{{open, close + 1}, expr.substr(inner, close - inner)};
+    if (auto g = group_at(expr, open)) return g;
   }
   return std::nullopt;
 }
@@ -243,7 +262,7 @@ bool is_value(std::string_view expr) {
 
 std::optional<round_call> find_round(std::string_view expr) {
   for (std::size_t s = expr.find("round("); s != npos; s = expr.find("round(", s + 1)) {
-    if (auto m = round_at(expr, s)) return m;
+    if (auto m = round_call_at(expr, s)) return m;
   }
   return std::nullopt;
 }

@@ -1,6 +1,6 @@
 #include <tvbase/css_processor/processor.h>
 
-#include <algorithm>
+#include <unordered_set>
 #include <utility>
 
 #include <fmt/format.h>
@@ -66,11 +66,14 @@ void rebuild(replace_engine::engine<char>& edits, std::string& text) {
   edits.reset(text);
 }
 
-bool same_name(std::string_view a, std::string_view b) {
-  return std::ranges::equal(a, b, [](char x, char y) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return lower(x) == lower(y);
-  });
+// A name with its ASCII letters in lower case: names that differ only there
+// fold to the same text.
+std::string folded(std::string_view name) {
+  std::string out(name);
+  for (char& c : out) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return out;
 }
 
 }  // namespace
@@ -108,12 +111,14 @@ std::optional<std::string> processor::process() {
   return resolve_values(std::nullopt, table, text_);
 }
 
+// The names seen are kept folded in a hash set, so that a sheet naming many
+// different images costs linear time.
 std::vector<std::string> processor::images() const {
   std::vector<std::string> names;
+  std::unordered_set<std::string> seen;
   const std::string_view text = text_;
   for (auto found = find_image(text, 0); found; found = find_image(text, found->whole.end)) {
-    const bool seen = std::ranges::any_of(names, [&](const std::string& n) { return same_name(n, found->name); });
-    if (!seen) names.emplace_back(found->name);
+    if (seen.insert(folded(found->name)).second) names.emplace_back(found->name);
   }
   return names;
 }

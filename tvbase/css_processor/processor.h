@@ -61,8 +61,9 @@ namespace css_processor {
 // text, so process() on its own output treats a leftover `:root` block anew.
 //
 // Sizes and nesting are bounded by memory only; no pass recurses. process()
-// rebuilds the text at most three times, and its cost is linear in the text,
-// except that each calc() costs time in the order of its length squared.
+// rebuilds the text at most three times, and its cost is linear in the text
+// (in a calc(), unless its numbers have very many digits: see calc.h). So is
+// that of images().
 class TVBASE_EXPORT processor {
  public:
   processor();

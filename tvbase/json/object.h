@@ -164,7 +164,8 @@ class TVBASE_EXPORT object {
   // Reads `text` into this value: containers are read over what they
   // already hold (see the class comment). On a syntax error the value is
   // left as far as reading got, and the error is returned. A NUL unit acts
-  // as the end of the input.
+  // as the end of the input. The time is linear in the text: unlike
+  // operator[], the reader finds a key among many through a hash index.
   [[nodiscard]] std::optional<error> parse(std::wstring_view text);
 
   // The compact JSON text: no white space, entries in stored order, numbers
@@ -256,8 +257,44 @@ class parser {
   // else raises `otherwise`.
   bool next_or_close(wchar_t close, exception otherwise);
 
+  // Finds a key among the entries of one dictionary being read: linearly in
+  // a short one, through a hash table of their positions from kIndexedFrom
+  // entries on, so that a dictionary of n keys costs O(n) comparisons rather
+  // than O(n^2). One per nesting level, reused by the dictionaries read there.
+  class key_index {
+   public:
+    static constexpr std::size_t kIndexedFrom = 16;
+
+    // Forgets the entries at once, whatever the table's size; keeps its storage.
+    void clear() noexcept;
+    // The value of `key` among entries[first, end), the earliest if it is
+    // there more than once; else a null value appended with the key. The
+    // entries must not change between calls but by the appends of this one.
+    template <class Entries>
+    object& slot(Entries& entries, std::size_t first, const std::wstring& key);
+
+   private:
+    // A cell is in use when its stamp is the table's: clear() only moves on
+    // the table's stamp.
+    struct cell {
+      std::size_t offset = 0;  // of the entry from first
+      std::uint32_t hash = 0;  // of the key, as hash_of() in parser.cc gives it
+      std::uint32_t stamp = 0;
+    };
+    bool used(const cell& c) const noexcept { return c.stamp == stamp_; }
+    template <class Entries>
+    cell& find(Entries& entries, std::size_t first, std::wstring_view key, std::uint32_t hash);
+    void add(std::uint32_t hash, std::size_t offset);
+
+    std::vector<cell> cells_;  // open addressing, a power of two, at most half full
+    std::size_t indexed_ = 0;  // entries [first, first + indexed_) are in the table
+    std::uint32_t stamp_ = 1;
+  };
+
   // Reused for keys and string values, so a string costs one exact allocation.
   std::wstring scratch_;
+  // key_indices_[d] serves the dictionaries read at depth d + 1.
+  std::vector<key_index> key_indices_;
   // The elements and entries of the containers being read, one stretch per
   // open container. A container gets them, at their exact count, when it
   // closes or when reading fails inside it. Deques, so that a slot stays in

@@ -2,7 +2,9 @@
 // wstring_to_number_wstring and unescape.
 #include <tvbase/json/object.h>
 
+#include <algorithm>
 #include <bit>
+#include <functional>
 #include <iterator>
 #include <cwchar>
 #include <stdexcept>
@@ -198,17 +200,75 @@ void hand_over(Stack& from, std::size_t base, Vector& to) {
   from.erase(first, from.end());
 }
 
-// The value of `key` among the entries from `first` on, appended with a null
-// value if it is not there: the search of operator[](key).
-template <class Entries>
-object& slot_for_key(Entries& entries, std::size_t first, const std::wstring& key) {
-  for (auto it = entries.begin() + static_cast<std::ptrdiff_t>(first); it != entries.end(); ++it) {
-    if (detail::same_key(it->first, key)) return it->second;
-  }
-  return entries.emplace_back(key, object()).second;
+// The low bits of the standard hash, which the key index keeps.
+std::uint32_t hash_of(std::wstring_view key) noexcept {
+  return static_cast<std::uint32_t>(std::hash<std::wstring_view>{}(key));
 }
 
 }  // namespace
+
+void parser::key_index::clear() noexcept {
+  indexed_ = 0;
+  if (++stamp_ == 0) {
+    // After 2^32 - 1 dictionaries the stamps come round again.
+    std::fill(cells_.begin(), cells_.end(), cell{});
+    stamp_ = 1;
+  }
+}
+
+template <class Entries>
+parser::key_index::cell& parser::key_index::find(Entries& entries, std::size_t first, std::wstring_view key,
+                                                 std::uint32_t hash) {
+  const std::size_t mask = cells_.size() - 1;
+  for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+    cell& c = cells_[i];
+    if (!used(c) || (c.hash == hash && detail::same_key(entries[first + c.offset].first, key))) return c;
+  }
+}
+
+// Doubles the table before it is half full, so a probe stays short.
+void parser::key_index::add(std::uint32_t hash, std::size_t offset) {
+  if (2 * (offset + 1) > cells_.size()) {
+    std::vector<cell> old(std::max<std::size_t>(64, 2 * cells_.size()));
+    old.swap(cells_);
+    const std::size_t mask = cells_.size() - 1;
+    for (const cell& c : old) {
+      if (!used(c)) continue;
+      std::size_t i = c.hash & mask;
+      while (used(cells_[i])) i = (i + 1) & mask;
+      cells_[i] = c;
+    }
+  }
+  const std::size_t mask = cells_.size() - 1;
+  std::size_t i = hash & mask;
+  while (used(cells_[i])) i = (i + 1) & mask;
+  cells_[i] = {offset, hash, stamp_};
+}
+
+// The search of operator[](key), with a table once the entries are many.
+// Entries that came before the table (the first few, or those of a
+// dictionary read over) join it on the first call that finds them outside;
+// a key there twice keeps its earliest place.
+template <class Entries>
+object& parser::key_index::slot(Entries& entries, std::size_t first, const std::wstring& key) {
+  const std::size_t count = entries.size() - first;
+  if (count < kIndexedFrom) {
+    for (std::size_t i = first; i < entries.size(); ++i) {
+      if (detail::same_key(entries[i].first, key)) return entries[i].second;
+    }
+    return entries.emplace_back(key, object()).second;
+  }
+  for (; indexed_ < count; ++indexed_) {
+    const std::wstring& known = entries[first + indexed_].first;
+    const std::uint32_t hash = hash_of(known);
+    if (cells_.empty() || !used(find(entries, first, known, hash))) add(hash, indexed_);
+  }
+  const std::uint32_t hash = hash_of(key);
+  if (const cell& c = find(entries, first, key, hash); used(c)) return entries[first + c.offset].second;
+  object& value = entries.emplace_back(key, object()).second;
+  add(hash, indexed_++);
+  return value;
+}
 
 bool parser::next_or_close(wchar_t close, exception otherwise) {
   const wchar_t c = peek();
@@ -261,7 +321,8 @@ void parser::parse_array(object& target) {
 
 // As parse_array: a fresh dictionary collects its entries on entries_, one
 // that has entries is read over in place. Either way a key that is there
-// already, from before or from earlier in the text, is read over its value.
+// already, from before or from earlier in the text, is read over its value;
+// the key index of this depth finds it.
 void parser::parse_dictionary(object& target) {
   object::dictionary_type& entries = held<object::dictionary_type>(target.empty_object().value_);
   advance();
@@ -272,6 +333,9 @@ void parser::parse_dictionary(object& target) {
   }
   const bool over = !entries.empty();
   const std::size_t base = entries_.size();
+  // parse_value has counted this dictionary into depth.
+  if (key_indices_.size() < depth) key_indices_.resize(depth);
+  key_indices_[depth - 1].clear();
   try {
     for (;;) {
       scratch_.clear();
@@ -279,7 +343,8 @@ void parser::parse_dictionary(object& target) {
       skip_whitespace();
       if (peek() != L':') raise(exception::expected_colon);
       advance();
-      parse_value(over ? slot_for_key(entries, 0, scratch_) : slot_for_key(entries_, base, scratch_));
+      key_index& keys = key_indices_[depth - 1];
+      parse_value(over ? keys.slot(entries, 0, scratch_) : keys.slot(entries_, base, scratch_));
       if (next_or_close(L'}', exception::expected_closing_brace)) break;
     }
   } catch (...) {

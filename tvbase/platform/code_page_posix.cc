@@ -2,6 +2,7 @@
 
 #include <iconv.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -102,6 +103,15 @@ std::size_t encode_utf8(char32_t c, char* out) {
   return 0;
 }
 
+// iconv stops at each character that the code page lacks, and glibc's then
+// converts again, from the start of the input it was given, what its first
+// step (UTF-32 to its own form) had read ahead: up to thousands of
+// characters, for each one substituted. So the input goes in slices, short
+// behind a substitution and doubling while none comes, which bounds that
+// cost by what the slices before have converted.
+constexpr std::size_t kFirstSlice = 16;    // code points
+constexpr std::size_t kLongestSlice = 4096;
+
 bool convert_with_iconv(std::wstring_view text, const char* name, std::string_view substitute,
                         std::string& out) {
   iconv_t cd = iconv_open(name, "UTF-32LE");
@@ -114,22 +124,30 @@ bool convert_with_iconv(std::wstring_view text, const char* name, std::string_vi
   char* in = reinterpret_cast<char*>(code_points.data());
   std::size_t in_left = code_points.size() * sizeof(char32_t);
   std::size_t written = start;
+  std::size_t slice = kFirstSlice;
   out.resize(start + text.size() * 2 + 16);
   while (in_left > 0) {
     char* to = out.data() + written;
     std::size_t to_left = out.size() - written;
-    const std::size_t result = iconv(cd, &in, &in_left, &to, &to_left);
+    std::size_t slice_left = std::min(in_left, slice * sizeof(char32_t));
+    const std::size_t behind = in_left - slice_left;
+    const std::size_t result = iconv(cd, &in, &slice_left, &to, &to_left);
+    in_left = slice_left + behind;
     written = static_cast<std::size_t>(to - out.data());
-    if (result != static_cast<std::size_t>(-1)) break;
-    if (errno == E2BIG) {
+    if (result != static_cast<std::size_t>(-1)) {
+      slice = std::min(2 * slice, kLongestSlice);
+    } else if (errno == E2BIG) {
       out.resize(out.size() * 2);
     } else if (errno == EILSEQ || errno == EINVAL) {
-      // A character that the code page lacks: substitute it and go on.
-      out.resize(std::max(out.size(), written + substitute.size()) + in_left);
+      // A character that the code page lacks: substitute it and go on. The
+      // buffer grows as for E2BIG, by doubling, so that a text of many such
+      // characters costs linear time and memory.
+      if (out.size() - written < substitute.size()) out.resize(std::max(out.size() * 2, written + substitute.size()));
       std::memcpy(out.data() + written, substitute.data(), substitute.size());
       written += substitute.size();
       in += sizeof(char32_t);
       in_left -= sizeof(char32_t);
+      slice = kFirstSlice;
     } else {
       iconv_close(cd);
       out.resize(start);

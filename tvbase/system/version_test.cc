@@ -40,6 +40,30 @@ TEST(TvVersion, RefusesEveryOtherForm) {
   EXPECT_EQ(TvVersion::Parse(nullptr), 0u);
 }
 
+// Parse() reads no further than the longest form: a 10 MB token is refused
+// at once, whatever follows its first seven bytes, and a form at the end of
+// such a text is found where it starts.
+TEST(TvVersion, RefusesTenMegabyteTokens) {
+  const std::size_t size = std::size_t{10} << 20;
+  struct row {
+    const char* name;
+    std::string text;
+  };
+  const row rows[] = {
+      {"digits", std::string(size, '1')},
+      {"a form and more", "12.41b" + std::string(size, 'c')},
+      {"a long minor", "1." + std::string(size, '0') + "_"},
+      {"letters", std::string(size, 'a')},
+      {"a form behind blanks", std::string(size, ' ') + "12.41b"},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.name);
+    EXPECT_EQ(TvVersion::Parse(r.text.c_str()), 0u);
+  }
+  const std::string tail = std::string(size, 'x') + "12.41b";
+  EXPECT_EQ(TvVersion::Parse(tail.c_str() + size), 0x0C040102u);
+}
+
 TEST(TvVersion, ComparesUnderEachMask) {
   struct row {
     const char* a;

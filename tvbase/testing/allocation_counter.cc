@@ -1,5 +1,7 @@
 #include <tvbase/testing/allocation_counter.h>
 
+#include <malloc.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -8,10 +10,23 @@
 namespace {
 
 std::atomic<long> counter{0};
+std::atomic<std::size_t> live{0};
+std::atomic<std::size_t> peak{0};
+
+void raise_peak(std::size_t now) {
+  std::size_t seen = peak.load(std::memory_order_relaxed);
+  while (now > seen && !peak.compare_exchange_weak(seen, now, std::memory_order_relaxed)) {
+  }
+}
 
 void* allocate(std::size_t size) {
   counter.fetch_add(1, std::memory_order_relaxed);
-  return std::malloc(size == 0 ? 1 : size);
+  void* p = std::malloc(size == 0 ? 1 : size);
+  if (p != nullptr) {
+    const std::size_t bytes = malloc_usable_size(p);
+    raise_peak(live.fetch_add(bytes, std::memory_order_relaxed) + bytes);
+  }
+  return p;
 }
 
 void* allocate_or_throw(std::size_t size) {
@@ -19,10 +34,22 @@ void* allocate_or_throw(std::size_t size) {
   throw std::bad_alloc();
 }
 
+void release(void* p) noexcept {
+  if (p == nullptr) return;
+  live.fetch_sub(malloc_usable_size(p), std::memory_order_relaxed);
+  std::free(p);
+}
+
 }  // namespace
 
 namespace testing_support {
 long allocations() { return counter.load(std::memory_order_relaxed); }
+
+std::size_t live_bytes() { return live.load(std::memory_order_relaxed); }
+
+std::size_t peak_bytes() { return peak.load(std::memory_order_relaxed); }
+
+void reset_peak_bytes() { peak.store(live.load(std::memory_order_relaxed), std::memory_order_relaxed); }
 
 bool allocations_counted() {
   // valgrind preloads its own operator new, which takes most calls away
@@ -38,9 +65,9 @@ void* operator new(std::size_t size) { return allocate_or_throw(size); }
 void* operator new[](std::size_t size) { return allocate_or_throw(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete(void* p) noexcept { release(p); }
+void operator delete[](void* p) noexcept { release(p); }
+void operator delete(void* p, std::size_t) noexcept { release(p); }
+void operator delete[](void* p, std::size_t) noexcept { release(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { release(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { release(p); }

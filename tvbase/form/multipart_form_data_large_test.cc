@@ -1,0 +1,82 @@
+// The form builder with 10 MB parts and many small ones. A program of its
+// own, apart from the one that CI runs under memcheck.
+#include <tvbase/form/multipart_form_data.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <tvbase/testing/allocation_counter.h>
+
+namespace {
+
+std::string text_of(const std::vector<unsigned char>& bytes) { return std::string(bytes.begin(), bytes.end()); }
+
+std::string field(const std::string& b, const std::string& name, const std::string& value) {
+  return "\r\n--" + b + "\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value;
+}
+
+std::string file(const std::string& b, const std::string& name, const std::string& filename,
+                 const std::string& type, const std::string& data) {
+  return "\r\n--" + b + "\r\nContent-Disposition: form-data; name=\"" + name + "\"; filename=\"" + filename +
+         "\"\r\nContent-Type: " + type + "\r\n\r\n" + data;
+}
+
+std::string end(const std::string& b) { return "\r\n--" + b + "--"; }
+
+const unsigned char* bytes(const std::string& s) { return reinterpret_cast<const unsigned char*>(s.data()); }
+
+// Parts of 10 MB, and many small ones: the exact bytes, and at most
+// the body twice over (the old and the new buffer while it grows) and a
+// tenth more.
+TEST(MultipartFormDataLarge, TakesTenMegabytePartsAndManySmallOnes) {
+  const std::string big(std::size_t{10} << 20, 'v');
+  const std::string name = std::string(big.size() - 1, 'n') + "!";
+  const std::string refused = name + "\x80";
+  const auto size = static_cast<unsigned>(big.size());
+  struct row {
+    const char* what;
+    std::function<void(multipart_form_data&)> add;
+    std::function<std::string(const std::string& boundary)> expected;
+  };
+  const row rows[] = {
+      {"a 10 MB name and value", [&](multipart_form_data& f) { EXPECT_TRUE(f.add_field(name, big)); },
+       [&](const std::string& b) { return field(b, name, big); }},
+      {"a 10 MB file", [&](multipart_form_data& f) { EXPECT_TRUE(f.add_file("f", name, bytes(big), size, name)); },
+       [&](const std::string& b) { return file(b, "f", name, name, big); }},
+      {"a 10 MB name refused at its last byte",
+       [&](multipart_form_data& f) {
+         EXPECT_FALSE(f.add_field(refused, big));
+         EXPECT_FALSE(f.add_file("f", refused, bytes(big), size, std::nullopt));
+       },
+       [](const std::string&) { return std::string(); }},
+      {"many small fields",
+       [](multipart_form_data& f) {
+         for (int i = 0; i < 200000; ++i) f.add_field("k", "v");
+       },
+       [](const std::string& b) {
+         const std::string one = field(b, "k", "v");
+         std::string all;
+         all.reserve(one.size() * 200000);
+         for (int i = 0; i < 200000; ++i) all += one;
+         return all;
+       }},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.what);
+    multipart_form_data form;
+    std::string content_type;
+    std::vector<unsigned char> body;
+    const std::size_t held = testing_support::peak_bytes_during([&] {
+      r.add(form);
+      form.finish(content_type, body);
+    });
+    const std::string boundary = content_type.substr(30);
+    EXPECT_TRUE(text_of(body) == r.expected(boundary) + end(boundary)) << "body of " << body.size();
+    EXPECT_LE(held, 2 * body.size() + body.size() / 10 + 4096);
+  }
+}
+
+}  // namespace
