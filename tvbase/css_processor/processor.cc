@@ -1,5 +1,7 @@
 #include <tvbase/css_processor/processor.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <unordered_set>
 #include <utility>
 
@@ -23,10 +25,15 @@ std::string_view trim(std::string_view value) {
   return value.substr(begin, end - begin);
 }
 
+// How far references may grow a text: a multiple of the source, and never
+// less than a size no honest style sheet reaches.
+constexpr std::size_t kGrowthLimit = 64;
+constexpr std::size_t kLeastLimit = std::size_t{16} << 20;
+
 // The variable block pass: collects the definitions of the first :root block
 // of `text` into `table` and records the one edit of the block in `edits`.
 std::optional<std::string> collect_variables(std::string_view text, replace_engine::engine<char>& edits,
-                                             variable_table& table) {
+                                             variable_table& table, std::size_t limit) {
   const auto block = find_root_block(text);
   if (!block) return std::nullopt;
   const std::string_view body = slice(text, block->body);
@@ -41,7 +48,7 @@ std::optional<std::string> collect_variables(std::string_view text, replace_engi
         return fmt::format("Variable name {} already defined.", definition->name);
       }
       std::string value(trim(definition->value));
-      if (auto message = resolve_values(definition->name, table, value)) return message;
+      if (auto message = resolve_values(definition->name, table, value, limit)) return message;
       table.emplace(std::string(definition->name), std::move(value));
       body_edits.erase(body.substr(start, piece.size() + (last ? 0 : 1)));
     } else if (!is_blank(piece)) {
@@ -95,6 +102,9 @@ void processor::set(std::string&& text) {
 std::string&& processor::css() { return std::move(text_); }
 
 std::optional<std::string> processor::process() {
+  const std::size_t limit = text_.size() > SIZE_MAX / kGrowthLimit
+                                ? SIZE_MAX
+                                : std::max(kLeastLimit, kGrowthLimit * text_.size());
   replace_engine::engine<char> edits{text_};
   {
     const std::string_view text = text_;
@@ -105,10 +115,10 @@ std::optional<std::string> processor::process() {
   rebuild(edits, text_);
 
   variable_table table;
-  if (auto message = collect_variables(text_, edits, table)) return message;
+  if (auto message = collect_variables(text_, edits, table, limit)) return message;
   rebuild(edits, text_);
 
-  return resolve_values(std::nullopt, table, text_);
+  return resolve_values(std::nullopt, table, text_, limit);
 }
 
 // The names seen are kept folded in a hash set, so that a sheet naming many

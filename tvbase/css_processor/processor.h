@@ -12,7 +12,7 @@ namespace css_processor {
 // Turns the source of a style sheet into plain CSS, and names the image files
 // that it refers to. The object owns its text; process() rewrites it in place,
 // css() hands it back. A failure is a message in the result of process(),
-// never an exception (except exhausted memory); the object stays usable.
+// never an exception (except exhausted memory, below); the object stays usable.
 //
 //   css_processor::processor sheet{std::move(source)};
 //   if (auto error = sheet.process()) report(*error);
@@ -59,6 +59,11 @@ namespace css_processor {
 // after an undefined reference in the rules it also has the `:root` edit made,
 // with all references in place. Nothing is remembered between calls but the
 // text, so process() on its own output treats a leftover `:root` block anew.
+//
+// Values may hold references to values that hold references, so a few bytes
+// can stand for an enormous text. A reference that would grow a text past 64
+// times the source's size, or 16 MiB if that is more, throws std::length_error
+// as exhausted memory would, the text left as after a failure at that point.
 //
 // Sizes and nesting are bounded by memory only; no pass recurses. process()
 // rebuilds the text at most three times, and its cost is linear in the text

@@ -1,6 +1,7 @@
 #include <tvbase/css_processor/processor.h>
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -201,6 +202,50 @@ TEST(Process, HandlesLargeInput) {
   const auto found = names.images();
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(found[0].size(), (1u << 20) + 4);
+}
+
+// Values that refer to values can double at each step: a few hundred bytes
+// would stand for terabytes. Growth past the limit throws before the text is
+// built; a big but bounded expansion goes through, and the object stays usable.
+TEST(Process, RefusesReferencesThatGrowPastTheLimit) {
+  const auto chain = [](int steps, int uses) {
+    std::string sheet = ":root{--v0:abcdefgh;";
+    for (int i = 1; i <= steps; ++i) {
+      sheet += "--v" + std::to_string(i) + ":var(--v" + std::to_string(i - 1) + ")var(--v" +
+               std::to_string(i - 1) + ");";
+    }
+    sheet += "}p{";
+    for (int i = 0; i < uses; ++i) sheet += "q:var(--v" + std::to_string(steps) + ");";
+    return sheet + "}";
+  };
+  struct row {
+    const char* what;
+    int steps, uses;
+    bool refused;
+  };
+  const row rows[] = {
+      {"a value of 8 MiB, used once", 20, 1, false},
+      {"a value of 16 MiB, defined but unused", 21, 0, false},
+      {"a value past 16 MiB in a definition", 22, 0, true},
+      {"forty steps", 40, 1, true},
+      {"4 MiB used three times", 19, 3, false},
+      {"8 MiB used three times in the rules", 20, 3, true},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.what);
+    processor sheet{chain(r.steps, r.uses)};
+    if (r.refused) {
+      EXPECT_THROW(static_cast<void>(sheet.process()), std::length_error);
+    } else {
+      ASSERT_EQ(sheet.process(), std::nullopt);
+      // "p{", then "q:", the value and ';' for each use, then '}'.
+      const std::size_t value = std::size_t{8} << r.steps;
+      EXPECT_EQ(sheet.css().size(), 3 + r.uses * (value + 3));
+    }
+    sheet.set(":root{--a:1}p{q:var(--a)}");
+    ASSERT_EQ(sheet.process(), std::nullopt);
+    EXPECT_EQ(sheet.css(), "p{q:1}");
+  }
 }
 
 }  // namespace

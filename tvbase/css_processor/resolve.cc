@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <stdexcept>
+
 #include <tvbase/text/replace_engine.h>
 
 #include "calc.h"
@@ -10,15 +12,21 @@
 namespace css_processor {
 
 std::optional<std::string> resolve_values(std::optional<std::string_view> name, const variable_table& table,
-                                          std::string& text) {
+                                          std::string& text, std::size_t limit) {
   replace_engine::engine<char> edits{text};
   {
     const std::string_view source = text;
+    std::size_t size = source.size();
     for (auto ref = find_reference(source, 0); ref; ref = find_reference(source, ref->whole.end)) {
       const auto entry = table.find(ref->name);
       if (entry == table.end()) return fmt::format("Variable {} is undefined.", ref->name);
-      static_cast<void>(
-          edits.replace(source.substr(ref->whole.begin, ref->whole.end - ref->whole.begin), entry->second));
+      const std::size_t length = ref->whole.end - ref->whole.begin;
+      size -= length;
+      if (entry->second.size() > limit || size > limit - entry->second.size()) {
+        throw std::length_error(fmt::format("css_processor: var() references grow the text past {} bytes", limit));
+      }
+      size += entry->second.size();
+      static_cast<void>(edits.replace(source.substr(ref->whole.begin, length), entry->second));
     }
     if (edits.size() != 0) {
       text = edits.apply();

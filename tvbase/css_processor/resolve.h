@@ -4,6 +4,7 @@
 // var() substitution and calc() reduction of the style-sheet processor.
 // Internal header.
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <optional>
@@ -30,8 +31,12 @@ using variable_table = std::map<std::string, std::string, std::less<>>;
 // undefined variable (then `text` is unchanged), a calc( without its closing
 // parenthesis, or a message of evaluate_calc (then `text` has its references
 // replaced and nothing more).
+//
+// References whose values would grow the text past `limit` bytes throw
+// std::length_error, with `text` unchanged: values that hold references to
+// values that hold references can double at each step.
 std::optional<std::string> resolve_values(std::optional<std::string_view> name, const variable_table& table,
-                                          std::string& text);
+                                          std::string& text, std::size_t limit);
 
 }  // namespace css_processor
 
