@@ -62,7 +62,12 @@ void multipart_form_data::append_data(const unsigned char* data, unsigned int si
 }
 
 void multipart_form_data::append_data(std::string_view text) {
-  append_data(reinterpret_cast<const unsigned char*>(text.data()), static_cast<unsigned int>(text.size()));
+  // A value past 4 GiB goes in pieces that the byte form can count.
+  constexpr std::size_t kPiece = std::size_t{1} << 30;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  for (std::size_t done = 0; done < text.size(); done += kPiece) {
+    append_data(bytes + done, static_cast<unsigned int>(std::min(kPiece, text.size() - done)));
+  }
 }
 
 // CR LF, "--", the boundary and the start of the disposition, up to the
