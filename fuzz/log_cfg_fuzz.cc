@@ -36,11 +36,19 @@ namespace {
 constexpr std::size_t kRecord = sizeof(TvLogCfg);
 constexpr std::size_t kCrcAt = offsetof(TvLogCfg, crc);
 
+// The program's folder, made at the first run and removed at exit.
+char g_folder[] = "/tmp/tvbase-log-cfg-fuzz-XXXXXX";
+
+void remove_folder() {
+  ::unlink((std::string(g_folder) + "/TvLog.cfg").c_str());
+  ::rmdir(g_folder);
+}
+
 const std::string& folder() {
   static const std::string path = [] {
-    char pattern[] = "/tmp/tvbase-log-cfg-fuzz-XXXXXX";
-    if (::mkdtemp(pattern) == nullptr) std::abort();
-    return std::string(pattern) + "/";
+    if (::mkdtemp(g_folder) == nullptr) std::abort();
+    std::atexit(remove_folder);
+    return std::string(g_folder) + "/";
   }();
   return path;
 }
