@@ -21,8 +21,9 @@
 //   std::string minor = TvVersion::ToString(v, TvVersion::CompareMinor);  // "12.4"
 class TVBASE_EXPORT TvVersion {
  public:
-  // How far a comparison or a written form goes.
-  enum CompareType {
+  // How far a comparison or a written form goes. Based on int, so that every
+  // int is a value of the type, as Compare() and ToString() take any.
+  enum CompareType : int {
     CompareMajor = 0,  // major only
     CompareMinor = 1,  // major, minor
     CompareSub = 2,    // major, minor, sub-level

@@ -1,6 +1,8 @@
 #include <tvbase/system/version.h>
 
+#include <climits>
 #include <string>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 
@@ -129,6 +131,30 @@ TEST(TvVersion, WritesUpToTheType) {
     EXPECT_EQ(TvVersion::ToString(r.version, static_cast<TvVersion::CompareType>(r.type),
                                   r.no_underscore),
               r.expected);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Former bugs
+
+// The type had no fixed base, so its values were 0-3 only: the other types
+// that Compare() and ToString() document were undefined behaviour, which
+// UBSan reports where such a type is read from memory, as from these rows.
+TEST(TvVersion, EveryIntIsAType) {
+  static_assert(std::is_same_v<std::underlying_type_t<TvVersion::CompareType>, int>);
+  const struct {
+    TvVersion::CompareType type;
+    const char* written;
+  } rows[] = {
+      {static_cast<TvVersion::CompareType>(-1), ""},
+      {static_cast<TvVersion::CompareType>(INT_MIN), ""},
+      {static_cast<TvVersion::CompareType>(4), "12.41b"},
+      {static_cast<TvVersion::CompareType>(INT_MAX), "12.41b"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(static_cast<int>(row.type));
+    EXPECT_EQ(TvVersion::ToString(0x0C040102, row.type), row.written);
+    EXPECT_EQ(TvVersion::Compare(0x0C040102, 0x0C040101, row.type), 1) << "the full mask";
   }
 }
 

@@ -51,6 +51,14 @@ void end_strings(TvLogCfg& cfg) {
   cfg.options[sizeof cfg.options - 1] = 0;
 }
 
+// A flag read from outside may hold any byte, but a bool holding other than
+// 0 or 1 is no valid bool: read it as a byte, and any but 0 as true.
+bool flag(const bool& field) {
+  unsigned char byte;
+  std::memcpy(&byte, &field, 1);
+  return byte != 0;
+}
+
 }  // namespace
 
 const char* TooLongField(const log_cfg_fields& f) noexcept {
@@ -162,10 +170,10 @@ bool DecideActivation(TvLogSink& sink, TvSharedData& shared, const activation_en
   }
   end_strings(cfg);
 
-  sink.deleteOnClose = cfg.deleteOnClose;
-  sink.debugEcho = cfg.debugEcho;
-  sink.enabled[0] = cfg.filter0;
-  sink.enabled[1] = cfg.filter1;
+  sink.deleteOnClose = flag(cfg.deleteOnClose);
+  sink.debugEcho = flag(cfg.debugEcho);
+  sink.enabled[0] = flag(cfg.filter0);
+  sink.enabled[1] = flag(cfg.filter1);
   if (std::strcmp(cfg.programs, "*") != 0 && !ListContains(cfg.programs, program, ';')) {
     return false;
   }

@@ -405,4 +405,30 @@ TEST_F(DecideActivationTest, LogTuneIgnoresEvenTheSharedRecord) {
   EXPECT_EQ(shared_.cfgSet, 1u);
 }
 
+// ---------------------------------------------------------------------------
+// Former bugs
+
+// The flags were read as bools, but a record from a file may hold any byte
+// there, and a bool holding other than 0 or 1 is undefined behaviour (UBSan
+// reported it). Any byte but 0 now counts as set.
+TEST_F(DecideActivationTest, FlagsMayHoldAnyByte) {
+  const struct {
+    unsigned char byte;
+    bool on;
+  } rows[] = {{0, false}, {1, true}, {2, true}, {0x80, true}, {0xFF, true}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(static_cast<int>(row.byte));
+    TvLogCfg cfg = filled(all_on());
+    std::memset(&cfg.filter0, row.byte, 4);  // filter0, filter1, deleteOnClose, debugEcho
+    cfg.crc = TvCrc().Add(&cfg, 4876).GetCrc();
+    trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(cfg));
+    TvLogSink sink;
+    ASSERT_TRUE(trace::DecideActivation(sink, shared_, env("app")));
+    EXPECT_EQ(sink.enabled[0], row.on);
+    EXPECT_EQ(sink.enabled[1], row.on);
+    EXPECT_EQ(sink.deleteOnClose, row.on);
+    EXPECT_EQ(sink.debugEcho, row.on);
+  }
+}
+
 }  // namespace
