@@ -104,3 +104,21 @@ show tvbase json --escape surrogates examples/json/order.json
 show tvbase json --escape non-ascii examples/json/order.json
 show tvbase json examples/json/broken.json
 show tvbase json examples/json/latin1.json
+
+section "Hostile input"
+scratch=$(mktemp -d)
+printf '\n# a million nested arrays: the reader stops at 512 levels\n'
+head -c 1000000 /dev/zero | tr '\0' '[' > "$scratch/deep.json"
+show tvbase json "$scratch/deep.json"
+printf '\n# a million nested elements: the open-tag list lives on the heap\n'
+yes '<div>' | head -n 1000000 | tr -d '\n' > "$scratch/deep.html"
+show tvbase html "$scratch/deep.html"
+show tvbase html --strict "$scratch/deep.html"
+printf '\n# forty variables, each twice the one before: 8 TiB if expanded\n'
+{
+  printf ':root{--v0:abcdefgh;'
+  for i in $(seq 1 40); do printf -- '--v%d:var(--v%d)var(--v%d);' "$i" $((i - 1)) $((i - 1)); done
+  printf '}p{q:var(--v40)}'
+} > "$scratch/bomb.css"
+show tvbase css "$scratch/bomb.css"
+rm -rf "$scratch"
