@@ -147,7 +147,9 @@ TEST(DistinctValue, ProcessesKilledWhileTakingNumbersLoseNothingForTheOthers) {
   // Kill the endless ones once each has taken a good share.
   for (int p = 0; p < kKilled; ++p) {
     struct stat info {};
-    while (::stat(path_of(p).c_str(), &info) != 0 || info.st_size < 64 * kBatch * 8) {
+    for (int waited = 0; (::stat(path_of(p).c_str(), &info) != 0 || info.st_size < 64 * kBatch * 8) &&
+                         waited < 30000;
+         ++waited) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     ASSERT_EQ(::kill(children[p], SIGKILL), 0);

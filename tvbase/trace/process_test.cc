@@ -160,8 +160,16 @@ TEST_F(ProcessTest, ProcessesKilledWhileTracingLeaveWholeLinesAndTheOthersRunOn)
   for (int i = 0; i < 3; ++i) {
     spinning.push_back(std::make_unique<trace_test::child>(std::vector<std::string>{app_, "spin"}));
   }
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  for (auto& spinner : spinning) spinner->signal(SIGKILL);
+  // Each is killed once its log holds a good many lines, however slowly it
+  // started (sanitizers make a start slow).
+  for (auto& spinner : spinning) {
+    ASSERT_TRUE(spinner->wait_for_stdout("\n"));
+    const std::string log = spinner->out().substr(0, spinner->out().size() - 1);
+    for (int waited = 0; trace_test::read_file(log).size() < 16384 && waited < 30000; waited += 5) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    spinner->signal(SIGKILL);
+  }
 
   ASSERT_EQ(survivor.finish(), 0);
   std::string survivor_log = survivor.out();

@@ -98,22 +98,14 @@ class child {
   }
   ~child() { finish(); }
 
-  // Reads standard error until it holds `text`, ends, or `seconds` pass;
-  // true if found. A child that never says it is killed, so that nothing
-  // waits for it forever.
+  // Reads standard error (or output) until it holds `text`, ends, or
+  // `seconds` pass; true if found. A child that never says it is killed, so
+  // that nothing waits for it forever.
   bool wait_for_stderr(const std::string& text, int seconds = 30) {
-    char buffer[512];
-    while (err_text_.find(text) == std::string::npos) {
-      pollfd ready{err_, POLLIN, 0};
-      if (::poll(&ready, 1, seconds * 1000) <= 0) {
-        if (pid_ > 0) ::kill(pid_, SIGKILL);
-        return false;
-      }
-      const ssize_t n = ::read(err_, buffer, sizeof buffer);
-      if (n <= 0) return false;
-      err_text_.append(buffer, static_cast<std::size_t>(n));
-    }
-    return true;
+    return wait_for(err_, err_text_, text, seconds);
+  }
+  bool wait_for_stdout(const std::string& text, int seconds = 30) {
+    return wait_for(out_, out_text_, text, seconds);
   }
 
   // Sends `signal` to the program if it is still running.
@@ -136,6 +128,20 @@ class child {
   const std::string& err() const { return err_text_; }
 
  private:
+  bool wait_for(int fd, std::string& read, const std::string& text, int seconds) {
+    char buffer[512];
+    while (read.find(text) == std::string::npos) {
+      pollfd ready{fd, POLLIN, 0};
+      if (::poll(&ready, 1, seconds * 1000) <= 0) {
+        if (pid_ > 0) ::kill(pid_, SIGKILL);
+        return false;
+      }
+      const ssize_t n = ::read(fd, buffer, sizeof buffer);
+      if (n <= 0) return false;
+      read.append(buffer, static_cast<std::size_t>(n));
+    }
+    return true;
+  }
   static void drain(int& fd, std::string& text) {
     char buffer[4096];
     for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;) text.append(buffer, n);
