@@ -263,7 +263,8 @@ class parser {
   // than O(n^2). One per nesting level, reused by the dictionaries read there.
   class key_index {
    public:
-    static constexpr std::size_t kIndexedFrom = 16;
+    // Below this many entries a linear search costs less than hashing.
+    static constexpr std::size_t kIndexedFrom = 1024;
 
     // Forgets the entries at once, whatever the table's size; keeps its storage.
     void clear() noexcept;

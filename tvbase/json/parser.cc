@@ -253,8 +253,8 @@ template <class Entries>
 object& parser::key_index::slot(Entries& entries, std::size_t first, const std::wstring& key) {
   const std::size_t count = entries.size() - first;
   if (count < kIndexedFrom) {
-    for (std::size_t i = first; i < entries.size(); ++i) {
-      if (detail::same_key(entries[i].first, key)) return entries[i].second;
+    for (auto it = entries.begin() + static_cast<std::ptrdiff_t>(first); it != entries.end(); ++it) {
+      if (detail::same_key(it->first, key)) return it->second;
     }
     return entries.emplace_back(key, object()).second;
   }
