@@ -5,9 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include <tvbase/form/test_support.h>
+
 namespace {
 
-std::string text_of(const std::vector<unsigned char>& bytes) { return std::string(bytes.begin(), bytes.end()); }
+using form_test::bytes;
+using form_test::end;
+using form_test::field;
+using form_test::file;
+using form_test::text_of;
 
 // Finishes a form and gives its boundary, taken from the header value.
 struct finished {
@@ -26,20 +32,6 @@ finished finish(multipart_form_data& form) {
   f.capacity = body.capacity();
   return f;
 }
-
-std::string field(const std::string& b, const std::string& name, const std::string& value) {
-  return "\r\n--" + b + "\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value;
-}
-
-std::string file(const std::string& b, const std::string& name, const std::string& filename,
-                 const std::string& type, const std::string& data) {
-  return "\r\n--" + b + "\r\nContent-Disposition: form-data; name=\"" + name + "\"; filename=\"" + filename +
-         "\"\r\nContent-Type: " + type + "\r\n\r\n" + data;
-}
-
-std::string end(const std::string& b) { return "\r\n--" + b + "--"; }
-
-const unsigned char* bytes(const std::string& s) { return reinterpret_cast<const unsigned char*>(s.data()); }
 
 TEST(MultipartFormData, WritesFieldsAndFilesByteForByte) {
   const std::string binary("a\0b\r\n--x", 8);
