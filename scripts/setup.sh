@@ -5,6 +5,7 @@
 #   scripts/setup.sh            packages for building and testing
 #   scripts/setup.sh bench      ... plus the peers that bench/ measures against
 #   scripts/setup.sh fuzz       ... plus clang and libFuzzer
+#   scripts/setup.sh format     ... plus clang-format
 set -euo pipefail
 
 packages=(cmake make g++ pkg-config libfmt-dev libre2-dev libgtest-dev libgmock-dev
@@ -17,7 +18,8 @@ for extra in "$@"; do
            command -v npm >/dev/null || packages+=(nodejs npm) ;;
     fuzz) packages+=(clang-14 libclang-rt-14-dev llvm-14) ;;
     valgrind) packages+=(valgrind) ;;
-    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind)" >&2; exit 2 ;;
+    format) packages+=(clang-format) ;;
+    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format)" >&2; exit 2 ;;
   esac
 done
 
