@@ -47,7 +47,8 @@ class ratio_reporter : public benchmark::ConsoleReporter {
 };
 
 // Runs the benchmarks of a program with the reporter above.
-inline int run_with_ratios(int argc, char** argv, std::function<void(ratio_reporter&)> print_ratios) {
+inline int run_with_ratios(int argc, char** argv,
+                           std::function<void(ratio_reporter&)> print_ratios) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   ratio_reporter reporter(std::move(print_ratios));

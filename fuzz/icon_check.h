@@ -22,16 +22,20 @@ inline int requested_width(std::uint8_t choice) {
   static constexpr int kSides[] = {0, 16, 24, 32, 48, 64, 256, -1};
   return kSides[choice & 7];
 }
-inline int requested_height(std::uint8_t choice) { return requested_width(static_cast<std::uint8_t>(choice >> 3)); }
+inline int requested_height(std::uint8_t choice) {
+  return requested_width(static_cast<std::uint8_t>(choice >> 3));
+}
 
 inline volatile unsigned sink;
 
-inline void check(const std::unique_ptr<platform::icon>& icon, std::span<const std::uint8_t> input) {
+inline void check(const std::unique_ptr<platform::icon>& icon,
+                  std::span<const std::uint8_t> input) {
   if (!icon) return;
   if (icon->width <= 0 || icon->height <= 0) std::abort();
   if (icon->format == platform::icon_format::png) {
     if (icon->pixels.size() < 24 || icon->pixels.size() > input.size() ||
-        std::search(input.begin(), input.end(), icon->pixels.begin(), icon->pixels.end()) == input.end()) {
+        std::search(input.begin(), input.end(), icon->pixels.begin(), icon->pixels.end()) ==
+            input.end()) {
       std::abort();
     }
   } else if (icon->width > 1024 || icon->height > 1024 ||

@@ -63,7 +63,8 @@ BENCHMARK(BM_Images)->Unit(benchmark::kMillisecond);
 // n references in one rule.
 void BM_References(benchmark::State& state) {
   std::string source = ":root{--gap:calc(2px * 4);--line:1px solid #333}\np{";
-  for (std::int64_t i = 0; i < state.range(0); ++i) source += i % 2 ? "border:var(--line);" : "margin:var(--gap);";
+  for (std::int64_t i = 0; i < state.range(0); ++i)
+    source += i % 2 ? "border:var(--line);" : "margin:var(--gap);";
   source += "}\n";
   for (auto _ : state) {
     state.PauseTiming();
@@ -79,8 +80,8 @@ BENCHMARK(BM_References)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)
 // calc() nesting: each level is one more pass over the whole expression.
 void BM_NestedCalc(benchmark::State& state) {
   const auto depth = static_cast<std::size_t>(state.range(0));
-  const std::string source =
-      ":root{--d:calc(" + std::string(depth, '(') + "2px * 3" + std::string(depth, ')') + ")}p{q:var(--d)}";
+  const std::string source = ":root{--d:calc(" + std::string(depth, '(') + "2px * 3" +
+                             std::string(depth, ')') + ")}p{q:var(--d)}";
   for (auto _ : state) {
     css_processor::processor sheet{std::string(source)};
     if (auto error = sheet.process()) state.SkipWithError(error->c_str());
@@ -99,7 +100,8 @@ void run_peer(benchmark::State& state, const char* tool, int runs) {
     return;
   }
   const std::string command = "NODE_PATH='" + std::string(TVBASE_CSS_PEER_MODULES) + "' node '" +
-                              TVBASE_CSS_PEER_SCRIPT + "' " + tool + " '" + file + "' " + std::to_string(runs);
+                              TVBASE_CSS_PEER_SCRIPT + "' " + tool + " '" + file + "' " +
+                              std::to_string(runs);
   for (auto _ : state) {
     double seconds = 0;
     if (FILE* pipe = popen(command.c_str(), "r")) {
@@ -118,19 +120,26 @@ void run_peer(benchmark::State& state, const char* tool, int runs) {
 }
 
 void BM_Peer_LightningcssMinify(benchmark::State& state) { run_peer(state, "lightningcss", 20); }
-BENCHMARK(BM_Peer_LightningcssMinify)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Peer_LightningcssMinify)
+    ->UseManualTime()
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 
 void BM_Peer_PostcssCustomPropertiesCalc(benchmark::State& state) { run_peer(state, "postcss", 3); }
-BENCHMARK(BM_Peer_PostcssCustomPropertiesCalc)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Peer_PostcssCustomPropertiesCalc)
+    ->UseManualTime()
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 
 // Prints the table and then the ratios that the targets are stated in.
 void print_ratios(const bench_support::ratio_reporter& r) {
   r.ratio("process 10M / 1M time (at most 11)", "BM_Process/1", "BM_Process/0");
-  r.ratio("100,000 / 10,000 references time (at most 11)", "BM_References/100000", "BM_References/10000");
+  r.ratio("100,000 / 10,000 references time (at most 11)", "BM_References/100000",
+          "BM_References/10000");
   r.ratio("lightningcss minify / process time on 1M (at least 5)",
           "BM_Peer_LightningcssMinify/iterations:1/manual_time", "BM_Process/0");
-  r.ratio("PostCSS pipeline / process time on 1M", "BM_Peer_PostcssCustomPropertiesCalc/iterations:1/manual_time",
-          "BM_Process/0");
+  r.ratio("PostCSS pipeline / process time on 1M",
+          "BM_Peer_PostcssCustomPropertiesCalc/iterations:1/manual_time", "BM_Process/0");
 }
 
 }  // namespace

@@ -38,7 +38,8 @@ void BM_MultipartBody100MB(benchmark::State& state) {
   for (auto _ : state) {
     multipart_form_data form;
     for (int i = 0; i < 100; ++i) {
-      form.add_file("part", "part.bin", part.data(), static_cast<unsigned int>(part.size()), std::nullopt);
+      form.add_file("part", "part.bin", part.data(), static_cast<unsigned int>(part.size()),
+                    std::nullopt);
     }
     std::string content_type;
     std::vector<unsigned char> body;
@@ -49,7 +50,8 @@ void BM_MultipartBody100MB(benchmark::State& state) {
   }
   const double rss_growth = static_cast<double>(max_rss_kb() - rss_before) * 1024.0;
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * body_size));
-  state.counters["capacity_per_body"] = static_cast<double>(capacity) / static_cast<double>(body_size);
+  state.counters["capacity_per_body"] =
+      static_cast<double>(capacity) / static_cast<double>(body_size);
   state.counters["peak_rss_per_body"] = rss_growth / static_cast<double>(body_size);
 }
 BENCHMARK(BM_MultipartBody100MB)->Unit(benchmark::kMillisecond)->Iterations(5);

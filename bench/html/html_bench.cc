@@ -4,9 +4,9 @@
 // deep nesting run shows that the time grows linearly with the depth.
 #include <benchmark/benchmark.h>
 
-#include "../ratio_reporter.h"
 #include <gumbo.h>
 #include <malloc.h>
+#include "../ratio_reporter.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -91,7 +91,9 @@ void BM_Scan(benchmark::State& state) {
   count_allocations(state, text, strict);
   state.SetLabel(kFiles[state.range(0)]);
 }
-BENCHMARK(BM_Scan)->ArgsProduct({{0, 1}, {0, 1}})->ArgNames({"file", "strict"})
+BENCHMARK(BM_Scan)
+    ->ArgsProduct({{0, 1}, {0, 1}})
+    ->ArgNames({"file", "strict"})
     ->Unit(benchmark::kMillisecond);
 
 void BM_Peer_GumboParse(benchmark::State& state) {
@@ -132,7 +134,12 @@ void BM_Peer_Htmlparser2(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
   state.SetLabel(std::string(kFiles[state.range(0)]) + ", node, mean of 20 runs");
 }
-BENCHMARK(BM_Peer_Htmlparser2)->Arg(0)->Arg(1)->ArgName("file")->UseManualTime()->Iterations(1)
+BENCHMARK(BM_Peer_Htmlparser2)
+    ->Arg(0)
+    ->Arg(1)
+    ->ArgName("file")
+    ->UseManualTime()
+    ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
 
 // Attribute-heavy elements after a stray end tag has ended the tracking of
@@ -168,10 +175,16 @@ void BM_Nested(benchmark::State& state) {
   state.SetComplexityN(state.range(0));
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
-BENCHMARK(BM_Nested)->ArgsProduct({{10000, 100000, 1000000}, {0}})->ArgNames({"depth", "strict"})
-    ->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Nested)->ArgsProduct({{10000, 100000, 1000000}, {1}})->ArgNames({"depth", "strict"})
-    ->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Nested)
+    ->ArgsProduct({{10000, 100000, 1000000}, {0}})
+    ->ArgNames({"depth", "strict"})
+    ->Complexity(benchmark::oN)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Nested)
+    ->ArgsProduct({{10000, 100000, 1000000}, {1}})
+    ->ArgNames({"depth", "strict"})
+    ->Complexity(benchmark::oN)
+    ->Unit(benchmark::kMillisecond);
 
 // Prints the table and then the ratios that the targets are stated in.
 void print_ratios(const bench_support::ratio_reporter& r) {
@@ -179,13 +192,15 @@ void print_ratios(const bench_support::ratio_reporter& r) {
   for (int file = 0; file < 2; ++file) {
     const std::string scan = "BM_Scan/file:" + std::to_string(file) + "/strict:0";
     const std::string arg = "/file:" + std::to_string(file);
-    r.ratio(std::string(kFiles[file]) + ": over gumbo (at least 10)", "BM_Peer_GumboParse" + arg, scan);
-    r.ratio(std::string(kFiles[file]) + ": over htmlparser2", "BM_Peer_Htmlparser2" + arg + "/iterations:1/manual_time",
+    r.ratio(std::string(kFiles[file]) + ": over gumbo (at least 10)", "BM_Peer_GumboParse" + arg,
             scan);
+    r.ratio(std::string(kFiles[file]) + ": over htmlparser2",
+            "BM_Peer_Htmlparser2" + arg + "/iterations:1/manual_time", scan);
   }
   std::printf("\nnesting, time of depth 1,000,000 over 100,000 (linear: about 10)\n");
   for (const char* strict : {"0", "1"}) {
-    r.ratio(std::string("strict ") + strict, std::string("BM_Nested/depth:1000000/strict:") + strict,
+    r.ratio(std::string("strict ") + strict,
+            std::string("BM_Nested/depth:1000000/strict:") + strict,
             std::string("BM_Nested/depth:100000/strict:") + strict);
   }
 }

@@ -16,10 +16,10 @@
 #include <string>
 
 #include <benchmark/benchmark.h>
-#include <nlohmann/json.hpp>
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <nlohmann/json.hpp>
 
 #include <tvbase/json/object.h>
 #include <tvbase/platform/code_page.h>
@@ -174,8 +174,8 @@ void write_rapidjson_utf16(benchmark::State& state, const char* name) {
   value.Parse(doc.utf16.c_str());
   for (auto _ : state) {
     rapidjson::GenericStringBuffer<rapidjson::UTF16<wchar_t>> buffer;
-    rapidjson::Writer<decltype(buffer), rapidjson::UTF16<wchar_t>, rapidjson::UTF16<wchar_t>> writer(
-        buffer);
+    rapidjson::Writer<decltype(buffer), rapidjson::UTF16<wchar_t>, rapidjson::UTF16<wchar_t>>
+        writer(buffer);
     value.Accept(writer);
     benchmark::DoNotOptimize(buffer.GetString());
   }
@@ -219,9 +219,10 @@ void memory_nlohmann(benchmark::State& state, const char* name) {
 
 }  // namespace
 
-#define JSON_FILE_BENCH(fn, file) BENCHMARK_CAPTURE(fn, file, #file ".json")->Unit(benchmark::kMillisecond)
-#define JSON_ALL_FILES(fn)        \
-  JSON_FILE_BENCH(fn, twitter);   \
+#define JSON_FILE_BENCH(fn, file) \
+  BENCHMARK_CAPTURE(fn, file, #file ".json")->Unit(benchmark::kMillisecond)
+#define JSON_ALL_FILES(fn)           \
+  JSON_FILE_BENCH(fn, twitter);      \
   JSON_FILE_BENCH(fn, citm_catalog); \
   JSON_FILE_BENCH(fn, canada)
 

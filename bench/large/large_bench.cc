@@ -23,7 +23,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include "../ratio_reporter.h"
 #include <tvbase/css_processor/processor.h>
 #include <tvbase/form/multipart_form_data.h>
 #include <tvbase/html_parser/parser.h>
@@ -34,6 +33,7 @@
 #include <tvbase/text/replace_engine.h>
 #include <tvbase/text/string_stash.h>
 #include <tvbase/text/utf8.h>
+#include "../ratio_reporter.h"
 
 namespace {
 
@@ -44,14 +44,17 @@ constexpr std::int64_t kDepths[] = {10000, 100000, 1000000};
 // `piece` repeated to `bytes` of text at most (at least once).
 template <typename Char>
 std::basic_string<Char> fill(std::basic_string_view<Char> piece, std::int64_t bytes) {
-  const std::size_t times = std::max<std::size_t>(1, static_cast<std::size_t>(bytes) / (piece.size() * sizeof(Char)));
+  const std::size_t times =
+      std::max<std::size_t>(1, static_cast<std::size_t>(bytes) / (piece.size() * sizeof(Char)));
   std::basic_string<Char> out;
   out.reserve(times * piece.size());
   for (std::size_t i = 0; i < times; ++i) out += piece;
   return out;
 }
 std::string fill(std::string_view piece, std::int64_t bytes) { return fill<char>(piece, bytes); }
-std::wstring fill(std::wstring_view piece, std::int64_t bytes) { return fill<wchar_t>(piece, bytes); }
+std::wstring fill(std::wstring_view piece, std::int64_t bytes) {
+  return fill<wchar_t>(piece, bytes);
+}
 
 template <typename Char>
 std::size_t bytes_of(const std::basic_string<Char>& text) {
@@ -94,7 +97,8 @@ void json_parse(benchmark::State& state, const std::wstring& text) {
 
 // An array of small values of every kind.
 void BM_JsonArray(benchmark::State& state) {
-  std::wstring text = L"[" + fill(L"123,\"abc\",true,null,[],{\"k\":-1.5e3},", state.range(0)) + L"0]";
+  std::wstring text =
+      L"[" + fill(L"123,\"abc\",true,null,[],{\"k\":-1.5e3},", state.range(0)) + L"0]";
   json_parse(state, text);
 }
 BENCHMARK(BM_JsonArray)->Apply(sizes);
@@ -124,12 +128,17 @@ BENCHMARK(BM_JsonNumber)->Apply(sizes);
 void BM_JsonDepthLimit(benchmark::State& state) {
   json_parse(state, std::wstring(static_cast<std::size_t>(state.range(0)), L'['));
 }
-BENCHMARK(BM_JsonDepthLimit)->Apply([](benchmark::internal::Benchmark* b) { bounded(b, kDepths, "depth"); });
+BENCHMARK(BM_JsonDepthLimit)->Apply([](benchmark::internal::Benchmark* b) {
+  bounded(b, kDepths, "depth");
+});
 
 void BM_JsonDictionaryDepthLimit(benchmark::State& state) {
-  json_parse(state, fill(L"{\"a\":", state.range(0) * 5 * static_cast<std::int64_t>(sizeof(wchar_t))));
+  json_parse(state,
+             fill(L"{\"a\":", state.range(0) * 5 * static_cast<std::int64_t>(sizeof(wchar_t))));
 }
-BENCHMARK(BM_JsonDictionaryDepthLimit)->Apply([](benchmark::internal::Benchmark* b) { bounded(b, kDepths, "depth"); });
+BENCHMARK(BM_JsonDictionaryDepthLimit)->Apply([](benchmark::internal::Benchmark* b) {
+  bounded(b, kDepths, "depth");
+});
 
 void BM_JsonUnescape(benchmark::State& state) {
   const std::wstring text = fill(L"text \\n\\u00e9\\\" ", state.range(0));
@@ -146,7 +155,8 @@ BENCHMARK(BM_JsonNumberText)->Apply(sizes);
 
 // Writing the tree read from BM_JsonArray's text; the size is the text's.
 void BM_JsonWriteWide(benchmark::State& state) {
-  const std::wstring text = L"[" + fill(L"123,\"abc\",true,null,[],{\"k\":-1.5e3},", state.range(0)) + L"0]";
+  const std::wstring text =
+      L"[" + fill(L"123,\"abc\",true,null,[],{\"k\":-1.5e3},", state.range(0)) + L"0]";
   json::object value;
   if (value.parse(text)) state.SkipWithError("parse failed");
   measure(state, bytes_of(text), [&] { benchmark::DoNotOptimize(value.to_string()); });
@@ -174,16 +184,18 @@ void css_process(benchmark::State& state, const std::string& sheet) {
 
 // Ordinary rules with variables, comments and images.
 void BM_CssSheet(benchmark::State& state) {
-  css_process(state, ":root{--c:#abc;--w:calc(2px * 3 + (1px))}\n" +
-                         fill("p.x > a:hover{color:var(--c);width:var(--w);/* note */background:url(a.png)}\n",
-                              state.range(0)));
+  css_process(
+      state,
+      ":root{--c:#abc;--w:calc(2px * 3 + (1px))}\n" +
+          fill("p.x > a:hover{color:var(--c);width:var(--w);/* note */background:url(a.png)}\n",
+               state.range(0)));
 }
 BENCHMARK(BM_CssSheet)->Apply(sizes);
 
 void BM_CssCalcNesting(benchmark::State& state) {
   const std::size_t depth = static_cast<std::size_t>(state.range(0));
-  css_process(state, ":root{--d:calc(" + std::string(depth, '(') + "1 + 2 * 3px" + std::string(depth, ')') +
-                         ")}p{m:var(--d)}");
+  css_process(state, ":root{--d:calc(" + std::string(depth, '(') + "1 + 2 * 3px" +
+                         std::string(depth, ')') + ")}p{m:var(--d)}");
 }
 BENCHMARK(BM_CssCalcNesting)->Apply(depths);
 
@@ -194,7 +206,8 @@ void BM_CssBraces(benchmark::State& state) {
 BENCHMARK(BM_CssBraces)->Apply(depths);
 
 void BM_CssComment(benchmark::State& state) {
-  css_process(state, "a{}/*" + std::string(static_cast<std::size_t>(state.range(0)), '*') + "*/b{}");
+  css_process(state,
+              "a{}/*" + std::string(static_cast<std::size_t>(state.range(0)), '*') + "*/b{}");
 }
 BENCHMARK(BM_CssComment)->Apply(sizes);
 
@@ -216,7 +229,8 @@ void BM_CssImages(benchmark::State& state) {
     sheet.append("p{b:url(i").append(std::to_string(i)).append(".png)}\n");
   }
   const css_processor::processor p{std::move(sheet)};
-  measure(state, static_cast<std::size_t>(state.range(0)), [&] { benchmark::DoNotOptimize(p.images()); });
+  measure(state, static_cast<std::size_t>(state.range(0)),
+          [&] { benchmark::DoNotOptimize(p.images()); });
 }
 BENCHMARK(BM_CssImages)->Apply(sizes);
 
@@ -227,7 +241,8 @@ void html_scan(benchmark::State& state, const std::string& text) {
   measure(state, text.size(), [&] {
     std::size_t elements = 0;
     benchmark::DoNotOptimize(html_parser::parser::parse(
-        text, strict, [&elements](const html_parser::tag&, const std::optional<std::vector<html_parser::tag>>&) {
+        text, strict,
+        [&elements](const html_parser::tag&, const std::optional<std::vector<html_parser::tag>>&) {
           ++elements;
           return true;
         }));
@@ -237,40 +252,61 @@ void html_scan(benchmark::State& state, const std::string& text) {
 
 // Ordinary markup, its elements closed.
 void BM_HtmlDocument(benchmark::State& state) {
-  html_scan(state, "<!doctype html><html><body>" +
-                       fill("<div class=\"c\" id=x><p>Some <b>text</b> &amp; a <a href='/l?q=1'>link</a>.<br></p>"
-                            "<!-- note --><script>if (a < b) x();</script></div>\n",
-                            state.range(0)) +
-                       "</body></html>");
+  html_scan(
+      state,
+      "<!doctype html><html><body>" +
+          fill(
+              "<div class=\"c\" id=x><p>Some <b>text</b> &amp; a <a href='/l?q=1'>link</a>.<br></p>"
+              "<!-- note --><script>if (a < b) x();</script></div>\n",
+              state.range(0)) +
+          "</body></html>");
 }
 BENCHMARK(BM_HtmlDocument)->Apply([](benchmark::internal::Benchmark* b) {
   b->Args({kMB, 0})->Args({10 * kMB, 0})->Args({100 * kMB, 0});
-  b->ArgNames({"bytes", "strict"})->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond)->MinTime(0.1);
+  b->ArgNames({"bytes", "strict"})
+      ->Complexity(benchmark::oN)
+      ->Unit(benchmark::kMillisecond)
+      ->MinTime(0.1);
 });
 void BM_HtmlDocumentStrict(benchmark::State& state) { BM_HtmlDocument(state); }
 BENCHMARK(BM_HtmlDocumentStrict)->Apply([](benchmark::internal::Benchmark* b) {
   b->Args({kMB, 1})->Args({10 * kMB, 1})->Args({100 * kMB, 1});
-  b->ArgNames({"bytes", "strict"})->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond)->MinTime(0.1);
+  b->ArgNames({"bytes", "strict"})
+      ->Complexity(benchmark::oN)
+      ->Unit(benchmark::kMillisecond)
+      ->MinTime(0.1);
 });
 
-void BM_HtmlNesting(benchmark::State& state) { html_scan(state, fill("<div>", state.range(0) * 5)); }
+void BM_HtmlNesting(benchmark::State& state) {
+  html_scan(state, fill("<div>", state.range(0) * 5));
+}
 BENCHMARK(BM_HtmlNesting)->Apply([](benchmark::internal::Benchmark* b) {
   for (const std::int64_t depth : kDepths) b->Args({depth, 0});
-  b->ArgNames({"depth", "strict"})->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond)->MinTime(0.1);
+  b->ArgNames({"depth", "strict"})
+      ->Complexity(benchmark::oN)
+      ->Unit(benchmark::kMillisecond)
+      ->MinTime(0.1);
 });
 void BM_HtmlNestingStrict(benchmark::State& state) { BM_HtmlNesting(state); }
 BENCHMARK(BM_HtmlNestingStrict)->Apply([](benchmark::internal::Benchmark* b) {
   for (const std::int64_t depth : kDepths) b->Args({depth, 1});
-  b->ArgNames({"depth", "strict"})->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond)->MinTime(0.1);
+  b->ArgNames({"depth", "strict"})
+      ->Complexity(benchmark::oN)
+      ->Unit(benchmark::kMillisecond)
+      ->MinTime(0.1);
 });
 
 void BM_HtmlAttribute(benchmark::State& state) {
-  html_scan(state, "<a href=\"" + std::string(static_cast<std::size_t>(state.range(0)), 'x') + "\">x</a><!--" +
-                       std::string(static_cast<std::size_t>(state.range(0)), 'c') + "-->");
+  html_scan(state, "<a href=\"" + std::string(static_cast<std::size_t>(state.range(0)), 'x') +
+                       "\">x</a><!--" + std::string(static_cast<std::size_t>(state.range(0)), 'c') +
+                       "-->");
 }
 BENCHMARK(BM_HtmlAttribute)->Apply([](benchmark::internal::Benchmark* b) {
   for (const std::int64_t size : kSizes) b->Args({size / 2, 0});
-  b->ArgNames({"bytes", "strict"})->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond)->MinTime(0.1);
+  b->ArgNames({"bytes", "strict"})
+      ->Complexity(benchmark::oN)
+      ->Unit(benchmark::kMillisecond)
+      ->MinTime(0.1);
 });
 
 // --- text ----------------------------------------------------------------------
@@ -290,12 +326,14 @@ BENCHMARK(BM_UrlEncodeUtf8ToWindows1252)->Apply(sizes);
 // Every character lacking in the code page.
 void BM_UrlEncodeWideLacking(benchmark::State& state) {
   const std::wstring text = fill(L"\x4E00", state.range(0));
-  measure(state, bytes_of(text), [&] { benchmark::DoNotOptimize(convert::url_encode(text, 1252)); });
+  measure(state, bytes_of(text),
+          [&] { benchmark::DoNotOptimize(convert::url_encode(text, 1252)); });
 }
 BENCHMARK(BM_UrlEncodeWideLacking)->Apply(sizes);
 
 void BM_Utf8Check(benchmark::State& state) {
-  const std::string text = fill("plain text, caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80 ", state.range(0));
+  const std::string text =
+      fill("plain text, caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80 ", state.range(0));
   measure(state, text.size(), [&] { benchmark::DoNotOptimize(TvxIsValidUtf8(text.c_str())); });
 }
 BENCHMARK(BM_Utf8Check)->Apply(sizes);
@@ -319,17 +357,26 @@ void BM_ReplaceEngine(benchmark::State& state) {
 }
 BENCHMARK(BM_ReplaceEngine)->Apply([](benchmark::internal::Benchmark* b) {
   for (const std::int64_t size : kSizes) b->Args({size, 0});
-  b->ArgNames({"bytes", "order"})->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond)->MinTime(0.1);
+  b->ArgNames({"bytes", "order"})
+      ->Complexity(benchmark::oN)
+      ->Unit(benchmark::kMillisecond)
+      ->MinTime(0.1);
 });
 void BM_ReplaceEngineBackwards(benchmark::State& state) { BM_ReplaceEngine(state); }
 BENCHMARK(BM_ReplaceEngineBackwards)->Apply([](benchmark::internal::Benchmark* b) {
   for (const std::int64_t size : kSizes) b->Args({size, 1});
-  b->ArgNames({"bytes", "order"})->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond)->MinTime(0.1);
+  b->ArgNames({"bytes", "order"})
+      ->Complexity(benchmark::oN)
+      ->Unit(benchmark::kMillisecond)
+      ->MinTime(0.1);
 });
 void BM_ReplaceEngineScattered(benchmark::State& state) { BM_ReplaceEngine(state); }
 BENCHMARK(BM_ReplaceEngineScattered)->Apply([](benchmark::internal::Benchmark* b) {
   for (const std::int64_t size : kSizes) b->Args({size, 2});
-  b->ArgNames({"bytes", "order"})->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond)->MinTime(0.1);
+  b->ArgNames({"bytes", "order"})
+      ->Complexity(benchmark::oN)
+      ->Unit(benchmark::kMillisecond)
+      ->MinTime(0.1);
 });
 
 void BM_StringStash(benchmark::State& state) {
@@ -349,7 +396,9 @@ void BM_VersionParse(benchmark::State& state) {
   const std::string token = "12.41b" + std::string(static_cast<std::size_t>(state.range(0)), 'x');
   measure(state, token.size(), [&] { benchmark::DoNotOptimize(TvVersion::Parse(token.c_str())); });
 }
-BENCHMARK(BM_VersionParse)->Apply([](benchmark::internal::Benchmark* b) { bounded(b, kSizes, "bytes"); });
+BENCHMARK(BM_VersionParse)->Apply([](benchmark::internal::Benchmark* b) {
+  bounded(b, kSizes, "bytes");
+});
 
 void BM_FormField(benchmark::State& state) {
   const std::string half(static_cast<std::size_t>(state.range(0)) / 2, 'v');
@@ -366,33 +415,54 @@ BENCHMARK(BM_FormField)->Apply(sizes);
 
 // Each family's largest input over the one ten times smaller.
 void print_ratios(const bench_support::ratio_reporter& r) {
-  std::printf("\ntime of the largest input over the one ten times smaller (linear: about 10, bounded: about 1)\n");
-  const char* const by_size[] = {
-      "BM_JsonArray", "BM_JsonKeys", "BM_JsonString", "BM_JsonNumber", "BM_JsonUnescape", "BM_JsonNumberText",
-      "BM_JsonWriteWide", "BM_CssSheet", "BM_CssComment", "BM_CssUnclosedComment", "BM_CssVariableName",
-      "BM_CssImages", "BM_UrlEncodeBytes", "BM_UrlEncodeUtf8ToWindows1252", "BM_UrlEncodeWideLacking",
-      "BM_Utf8Check", "BM_StringStash", "BM_VersionParse", "BM_FormField"};
+  std::printf(
+      "\ntime of the largest input over the one ten times smaller (linear: about 10, bounded: "
+      "about 1)\n");
+  const char* const by_size[] = {"BM_JsonArray",
+                                 "BM_JsonKeys",
+                                 "BM_JsonString",
+                                 "BM_JsonNumber",
+                                 "BM_JsonUnescape",
+                                 "BM_JsonNumberText",
+                                 "BM_JsonWriteWide",
+                                 "BM_CssSheet",
+                                 "BM_CssComment",
+                                 "BM_CssUnclosedComment",
+                                 "BM_CssVariableName",
+                                 "BM_CssImages",
+                                 "BM_UrlEncodeBytes",
+                                 "BM_UrlEncodeUtf8ToWindows1252",
+                                 "BM_UrlEncodeWideLacking",
+                                 "BM_Utf8Check",
+                                 "BM_StringStash",
+                                 "BM_VersionParse",
+                                 "BM_FormField"};
   const std::string big = std::to_string(100 * kMB);
   const std::string middle = std::to_string(10 * kMB);
   for (const char* name : by_size) {
     r.ratio(name, std::string(name) + "/bytes:" + big + "/min_time:0.100",
             std::string(name) + "/bytes:" + middle + "/min_time:0.100");
   }
-  for (const auto& [name, arg] : {std::pair{"BM_HtmlDocument", "/strict:0"}, {"BM_HtmlDocumentStrict", "/strict:1"},
-                                   {"BM_ReplaceEngine", "/order:0"}, {"BM_ReplaceEngineBackwards", "/order:1"},
-                                   {"BM_ReplaceEngineScattered", "/order:2"}}) {
+  for (const auto& [name, arg] : {std::pair{"BM_HtmlDocument", "/strict:0"},
+                                  {"BM_HtmlDocumentStrict", "/strict:1"},
+                                  {"BM_ReplaceEngine", "/order:0"},
+                                  {"BM_ReplaceEngineBackwards", "/order:1"},
+                                  {"BM_ReplaceEngineScattered", "/order:2"}}) {
     r.ratio(name, std::string(name) + "/bytes:" + big + arg + "/min_time:0.100",
             std::string(name) + "/bytes:" + middle + arg + "/min_time:0.100");
   }
-  r.ratio("BM_HtmlAttribute", "BM_HtmlAttribute/bytes:" + std::to_string(50 * kMB) + "/strict:0/min_time:0.100",
+  r.ratio("BM_HtmlAttribute",
+          "BM_HtmlAttribute/bytes:" + std::to_string(50 * kMB) + "/strict:0/min_time:0.100",
           "BM_HtmlAttribute/bytes:" + std::to_string(5 * kMB) + "/strict:0/min_time:0.100");
-  std::printf("\ntime at a million levels over a hundred thousand (linear: about 10, bounded: about 1)\n");
+  std::printf(
+      "\ntime at a million levels over a hundred thousand (linear: about 10, bounded: about 1)\n");
   for (const char* name : {"BM_JsonDepthLimit", "BM_JsonDictionaryDepthLimit", "BM_JsonWriteDeep",
                            "BM_CssCalcNesting", "BM_CssBraces"}) {
     r.ratio(name, std::string(name) + "/depth:1000000/min_time:0.100",
             std::string(name) + "/depth:100000/min_time:0.100");
   }
-  for (const auto& [name, arg] : {std::pair{"BM_HtmlNesting", "/strict:0"}, {"BM_HtmlNestingStrict", "/strict:1"}}) {
+  for (const auto& [name, arg] :
+       {std::pair{"BM_HtmlNesting", "/strict:0"}, {"BM_HtmlNestingStrict", "/strict:1"}}) {
     r.ratio(name, std::string(name) + "/depth:1000000" + arg + "/min_time:0.100",
             std::string(name) + "/depth:100000" + arg + "/min_time:0.100");
   }

@@ -23,7 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kTopFolders = 50;
-constexpr int kSubFolders = 99;     // in each top folder: 50 + 50 * 99 = 5,000 folders
+constexpr int kSubFolders = 99;      // in each top folder: 50 + 50 * 99 = 5,000 folders
 constexpr int kFilesPerFolder = 20;  // 5,000 * 20 = 100,000 files
 constexpr long kFolders = kTopFolders + kTopFolders * kSubFolders;
 constexpr long kFiles = kFolders * kFilesPerFolder;

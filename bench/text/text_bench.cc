@@ -11,12 +11,11 @@
 #include <curl/curl.h>
 #include <glib.h>
 
+#include <tvbase/testing/allocation_counter.h>
 #include <tvbase/text/convert.h>
 #include <tvbase/text/replace_engine.h>
 #include <tvbase/text/string_stash.h>
 #include <tvbase/text/utf8.h>
-#include <tvbase/testing/allocation_counter.h>
-
 
 namespace {
 
@@ -43,7 +42,8 @@ const std::vector<edit>& shuffled_edits() {
   static const std::vector<edit> edits = [] {
     std::vector<edit> e;
     e.reserve(kEdits);
-    for (std::size_t i = 0; i < kEdits; ++i) e.push_back({i * 16, 1 + i % 8, std::string(i % 5, 'X')});
+    for (std::size_t i = 0; i < kEdits; ++i)
+      e.push_back({i * 16, 1 + i % 8, std::string(i % 5, 'X')});
     std::shuffle(e.begin(), e.end(), std::mt19937(2));
     return e;
   }();
@@ -57,7 +57,8 @@ void BM_ReplaceEngine_MillionEdits(benchmark::State& state) {
   for (auto _ : state) {
     engine.reset(text);
     for (const edit& e : edits) {
-      if (!engine.replace(std::string_view(text.data() + e.at, e.length), e.with)) state.SkipWithError("refused");
+      if (!engine.replace(std::string_view(text.data() + e.at, e.length), e.with))
+        state.SkipWithError("refused");
     }
     std::string out = engine.apply();
     benchmark::DoNotOptimize(out.data());
@@ -99,7 +100,8 @@ BENCHMARK(BM_Peer_SortedRebuild_MillionEdits)->Unit(benchmark::kMillisecond)->Mi
 // About 1 MB of mixed ASCII: words, spaces, punctuation, digits.
 const std::string& mixed_ascii() {
   static const std::string text = [] {
-    const std::string alphabet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 .,-_/?&=:;!~()";
+    const std::string alphabet =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 .,-_/?&=:;!~()";
     std::string t(1u << 20, ' ');
     std::mt19937 random(3);
     for (char& c : t) c = alphabet[random() % alphabet.size()];
@@ -118,7 +120,8 @@ BENCHMARK(BM_UrlEncode_Narrow);
 void BM_UrlEncode_WideUtf8(benchmark::State& state) {
   const std::string& narrow = mixed_ascii();
   const std::wstring text(narrow.begin(), narrow.end());
-  for (auto _ : state) benchmark::DoNotOptimize(convert::url_encode(std::wstring_view(text), 65001));
+  for (auto _ : state)
+    benchmark::DoNotOptimize(convert::url_encode(std::wstring_view(text), 65001));
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(BM_UrlEncode_WideUtf8);
@@ -143,8 +146,10 @@ std::string utf8_text(int percent) {
   std::mt19937 random(static_cast<unsigned>(percent));
   const char* wide[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xD0\xB6"};
   while (t.size() < (1u << 20) - 4) {
-    if (static_cast<int>(random() % 100) < percent) t.push_back(static_cast<char>('a' + random() % 26));
-    else t += wide[random() % 4];
+    if (static_cast<int>(random() % 100) < percent)
+      t.push_back(static_cast<char>('a' + random() % 26));
+    else
+      t += wide[random() % 4];
   }
   return t;
 }

@@ -98,7 +98,8 @@ BENCHMARK(BM_TraceToFile)->Threads(1)->Threads(2)->UseRealTime();
 void BM_TraceSixTypedParameters(benchmark::State& state) {
   const sink_scope file(sink_scope::file);
   static const int number = 42;
-  static const GUID id{0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
+  static const GUID id{
+      0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
   const std::string narrow(40, 'n');
   const std::wstring wide(40, L'w');
   for (auto _ : state) {
@@ -113,7 +114,8 @@ BENCHMARK(BM_TraceSixTypedParameters)->UseRealTime();
 void BM_TraceSixTypedParametersDevNull(benchmark::State& state) {
   const sink_scope null_device(sink_scope::null_device);
   static const int number = 42;
-  static const GUID id{0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
+  static const GUID id{
+      0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
   const std::string narrow(40, 'n');
   const std::wstring wide(40, L'w');
   for (auto _ : state) {
@@ -138,8 +140,8 @@ std::shared_ptr<spdlog::logger> g_spdlog;
 void BM_SpdlogBasicFileSinkMt(benchmark::State& state) {
   if (state.thread_index() == 0) {
     g_spdlog = std::make_shared<spdlog::logger>(
-        "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>(scratch_folder() + "spd.log",
-                                                                     true));
+        "bench",
+        std::make_shared<spdlog::sinks::basic_file_sink_mt>(scratch_folder() + "spd.log", true));
     g_spdlog->set_pattern("%d/%m/%Y %H:%M:%S.%e %t %v");
     g_spdlog->flush_on(spdlog::level::trace);
   }

@@ -56,7 +56,8 @@ int main() {
   log.WriteLine("traced_app starts");
   SumOfSquares(2);
   static const double price = 3.5;
-  static const GUID id{0x6B29FC40, 0xCA47, 0x1067, {0xB3, 0x1D, 0x00, 0xDD, 0x01, 0x06, 0x62, 0xDA}};
+  static const GUID id{
+      0x6B29FC40, 0xCA47, 0x1067, {0xB3, 0x1D, 0x00, 0xDD, 0x01, 0x06, 0x62, 0xDA}};
   const int* bad_stock = reinterpret_cast<const int*>(16);  // never mapped
   Describe("caf\xC3\xA9 cr\xC3\xA8me", L"Z\u00F6e's \u20AC list", &price, bad_stock, id, 5);
   try {

@@ -143,8 +143,8 @@ int run_save(cli::args& args) {
     throw cli::failure(fmt::format("the fields don't fit the record (error {})", error));
   }
   if (error != 0) {
-    throw cli::failure(fmt::format("cannot write {}: {}", words[0],
-                                   std::strerror(static_cast<int>(error))));
+    throw cli::failure(
+        fmt::format("cannot write {}: {}", words[0], std::strerror(static_cast<int>(error))));
   }
   std::cout << "wrote " << words[0] << '\n';
   return cli::kOk;
@@ -176,9 +176,7 @@ int run_show(cli::args& args) {
       case trace::shared_cfg_state::not_set:
         std::cout << "shared record: not set\n";
         return cli::kOk;
-      case trace::shared_cfg_state::set:
-        std::cout << "shared record: set\n";
-        break;
+      case trace::shared_cfg_state::set: std::cout << "shared record: set\n"; break;
       case trace::shared_cfg_state::damaged:
         std::cout << "shared record: damaged (the next program to start clears it)\n";
         break;
@@ -225,8 +223,10 @@ struct command {
   int (*run)(cli::args&);
 };
 
-constexpr command kCommands[] = {{"save", run_save},   {"set", run_set},
-                                 {"clear", run_clear}, {"show", run_show},
+constexpr command kCommands[] = {{"save", run_save},
+                                 {"set", run_set},
+                                 {"clear", run_clear},
+                                 {"show", run_show},
                                  {"unlock", run_unlock}};
 
 }  // namespace

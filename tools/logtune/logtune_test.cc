@@ -51,12 +51,18 @@ TEST_F(LogTuneTest, UsageAndFailures) {
       {{"set", "--bogus"}, 2, "", "unknown option --bogus"},
       {{"set", "--folder"}, 2, "", "--folder needs a value"},
       {{"clear", "extra"}, 2, "", "unexpected argument extra"},
-      {{"save", existing, "--users", std::string(2045, 'u')}, 1, "",
+      {{"save", existing, "--users", std::string(2045, 'u')},
+       1,
+       "",
        "--users is too long: 2045 characters, at most 2044 fit (error 160)"},
       {{"save", existing, "--folder", std::string(260, 'f'), "--options", std::string(600, 'o')},
-       1, "", "--folder is too long"},
+       1,
+       "",
+       "--folder is too long"},
       {{"set", "--options", std::string(512, 'o')}, 1, "", "--options is too long"},
-      {{"save", dir_.path() + "no/such/TvLog.cfg"}, 1, "",
+      {{"save", dir_.path() + "no/such/TvLog.cfg"},
+       1,
+       "",
        "cannot write " + dir_.path() + "no/such/TvLog.cfg: No such file or directory"},
       {{"show", dir_.path() + "missing.cfg"}, 1, "", "cannot read"},
       {{"show", short_file}, 0, "not valid (4879 bytes, a record has 4880)", ""},
@@ -64,7 +70,9 @@ TEST_F(LogTuneTest, UsageAndFailures) {
   };
   for (const auto& row : rows) {
     const std::vector<std::string> words = logtune(row.words);
-    SCOPED_TRACE(row.words.empty() ? "(none)" : row.words[0] + " " + (row.words.size() > 1 ? row.words[1].substr(0, 30) : ""));
+    SCOPED_TRACE(row.words.empty() ? "(none)"
+                                   : row.words[0] + " " +
+                                         (row.words.size() > 1 ? row.words[1].substr(0, 30) : ""));
     child c(words);
     EXPECT_EQ(c.finish(), row.status);
     EXPECT_NE(c.out().find(row.out), std::string::npos) << c.out();
@@ -76,14 +84,14 @@ TEST_F(LogTuneTest, UsageAndFailures) {
 
 TEST_F(LogTuneTest, SaveWritesEveryField) {
   const std::string path = dir_.path() + "TvLog.cfg";
-  child save(logtune({"save", path, "--folder", "/tmp/logs/", "--programs", "app;other",
-                      "--users", "*", "--options", "ActivationContext", "--filter1",
-                      "--delete-on-close", "--debug-echo"}));
+  child save(logtune({"save", path, "--folder", "/tmp/logs/", "--programs", "app;other", "--users",
+                      "*", "--options", "ActivationContext", "--filter1", "--delete-on-close",
+                      "--debug-echo"}));
   ASSERT_EQ(save.finish(), 0) << save.err();
   // Byte for byte the record that the library fills from the same fields.
   TvLogCfg expected{};
-  ASSERT_TRUE(trace::FillLogCfg(expected, {"/tmp/logs/", true, true, "app;other", "*",
-                                           "ActivationContext", false, true}));
+  ASSERT_TRUE(trace::FillLogCfg(
+      expected, {"/tmp/logs/", true, true, "app;other", "*", "ActivationContext", false, true}));
   EXPECT_EQ(trace_test::read_file(path),
             std::string(reinterpret_cast<const char*>(&expected), sizeof expected));
 
@@ -110,8 +118,8 @@ TEST_F(LogTuneTest, SharedRecordStates) {
     return c.out();
   };
   EXPECT_EQ(show(), "shared record: not set\n");
-  child set(logtune({"set", "--folder", "/l/", "--programs", "app;other", "--users", "*",
-                     "--filter0"}));
+  child set(
+      logtune({"set", "--folder", "/l/", "--programs", "app;other", "--users", "*", "--filter0"}));
   ASSERT_EQ(set.finish(), 0) << set.err();
   EXPECT_EQ(shared.cfgSet, 1u);
   EXPECT_STREQ(shared.logCfg.programs, "app;other");

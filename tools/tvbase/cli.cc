@@ -47,7 +47,8 @@ std::vector<std::string> args::options(std::string_view name) {
     const std::string_view word = std::string_view(words_[i]).substr(2);
     std::size_t taken = 0;
     if (word == name) {
-      if (i + 1 >= words_.size()) throw usage_error("option --" + std::string(name) + " needs a value");
+      if (i + 1 >= words_.size())
+        throw usage_error("option --" + std::string(name) + " needs a value");
       values.push_back(words_[i + 1]);
       taken = 2;
     } else if (word.size() > name.size() && word.starts_with(name) && word[name.size()] == '=') {
@@ -58,7 +59,8 @@ std::vector<std::string> args::options(std::string_view name) {
     }
     const auto at = static_cast<std::ptrdiff_t>(i);
     words_.erase(words_.begin() + at, words_.begin() + at + static_cast<std::ptrdiff_t>(taken));
-    positional_.erase(positional_.begin() + at, positional_.begin() + at + static_cast<std::ptrdiff_t>(taken));
+    positional_.erase(positional_.begin() + at,
+                      positional_.begin() + at + static_cast<std::ptrdiff_t>(taken));
     --i;
   }
   return values;
@@ -100,7 +102,8 @@ unsigned long parse_unsigned(std::string_view text, std::string_view what) {
   unsigned long value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc() || end != text.data() + text.size() || text.empty()) {
-    throw usage_error(std::string(what) + " must be an unsigned number, not '" + std::string(text) + "'");
+    throw usage_error(std::string(what) + " must be an unsigned number, not '" + std::string(text) +
+                      "'");
   }
   return value;
 }

@@ -19,7 +19,8 @@ int run_css(cli::args& args) {
   const bool images_after = args.flag("images");
   const bool images_before = args.flag("images-before");
   const auto words = args.positional(1);
-  if (images_after && images_before) throw cli::usage_error("--images and --images-before exclude each other");
+  if (images_after && images_before)
+    throw cli::usage_error("--images and --images-before exclude each other");
   css_processor::processor sheet{cli::read_input(words.empty() ? "-" : words[0])};
   if (images_before) {
     print_lines(sheet.images());

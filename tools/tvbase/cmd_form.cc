@@ -15,7 +15,8 @@ namespace {
 // "NAME=REST" split at the first '='.
 std::pair<std::string, std::string> split_pair(const std::string& text, const char* option) {
   const std::size_t at = text.find('=');
-  if (at == std::string::npos) throw cli::usage_error(std::string(option) + " needs NAME=..., not '" + text + "'");
+  if (at == std::string::npos)
+    throw cli::usage_error(std::string(option) + " needs NAME=..., not '" + text + "'");
   return {text.substr(0, at), text.substr(at + 1)};
 }
 
@@ -25,7 +26,8 @@ void write_body(const std::string& path, const std::vector<unsigned char>& body)
   const std::string temporary = path + ".partial";
   {
     std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(body.data()), static_cast<std::streamsize>(body.size()));
+    out.write(reinterpret_cast<const char*>(body.data()),
+              static_cast<std::streamsize>(body.size()));
     if (!out.flush()) {
       std::remove(temporary.c_str());
       throw cli::failure("cannot write " + path);
@@ -43,13 +45,15 @@ int run_form(cli::args& args) {
   const std::vector<std::string> fields = args.options("field");
   const std::vector<std::string> files = args.options("file");
   std::vector<std::string> words = args.positional(2);
-  if (words.size() != 2 || words[0] != "-o") throw cli::usage_error("the body's file is needed: -o BODY");
+  if (words.size() != 2 || words[0] != "-o")
+    throw cli::usage_error("the body's file is needed: -o BODY");
   const std::string output = words[1];
 
   multipart_form_data form;
   for (const std::string& field : fields) {
     const auto [name, value] = split_pair(field, "--field");
-    if (!form.add_field(name, value)) throw cli::failure("field name '" + name + "' is refused: bytes of 0x80 or above");
+    if (!form.add_field(name, value))
+      throw cli::failure("field name '" + name + "' is refused: bytes of 0x80 or above");
   }
   for (const std::string& file : files) {
     auto [name, path] = split_pair(file, "--file");
@@ -64,7 +68,8 @@ int run_form(cli::args& args) {
     if (!form.add_file(name, filename, reinterpret_cast<const unsigned char*>(bytes.data()),
                        static_cast<unsigned int>(bytes.size()),
                        type ? std::optional<std::string_view>(*type) : std::nullopt)) {
-      throw cli::failure("file part '" + name + "' (" + filename + ") is refused: bytes of 0x80 or above");
+      throw cli::failure("file part '" + name + "' (" + filename +
+                         ") is refused: bytes of 0x80 or above");
     }
   }
   std::string content_type;

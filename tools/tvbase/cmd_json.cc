@@ -120,7 +120,8 @@ int run_json(cli::args& args) {
 
   std::size_t bad_at = 0;
   const std::optional<std::wstring> text = utf8_to_units(bytes, bad_at);
-  if (!text) throw cli::failure("not valid UTF-8: bad sequence at byte offset " + std::to_string(bad_at));
+  if (!text)
+    throw cli::failure("not valid UTF-8: bad sequence at byte offset " + std::to_string(bad_at));
 
   json::object doc;
   if (const auto error = doc.parse(*text)) {

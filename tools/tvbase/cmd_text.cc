@@ -31,7 +31,12 @@ std::size_t first_fault(const std::string& text) {
   std::size_t i = 0;
   for (;;) {
     const unsigned char b = bytes[i];
-    const int follow = b < 0x80 ? 0 : b < 0xC0 ? -1 : b < 0xE0 ? 1 : b < 0xF0 ? 2 : b < 0xF8 ? 3 : -1;
+    const int follow = b < 0x80   ? 0
+                       : b < 0xC0 ? -1
+                       : b < 0xE0 ? 1
+                       : b < 0xF0 ? 2
+                       : b < 0xF8 ? 3
+                                  : -1;
     if (follow < 0) return i;
     for (int k = 1; k <= follow; ++k) {
       if ((bytes[i + k] & 0xC0) != 0x80) return i + k;

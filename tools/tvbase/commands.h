@@ -14,7 +14,6 @@ struct command {
   int (*run)(cli::args& args);
 };
 
-
 extern const command css_command;
 extern const command html_command;
 extern const command urlencode_command;

@@ -17,9 +17,15 @@ namespace {
 // 32-bit two's complement arithmetic, without the undefined behaviour of
 // signed overflow.
 hundredths wrap(std::uint32_t v) { return static_cast<hundredths>(v); }
-hundredths add(hundredths a, hundredths b) { return wrap(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b)); }
-hundredths sub(hundredths a, hundredths b) { return wrap(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b)); }
-hundredths mul(hundredths a, hundredths b) { return wrap(static_cast<std::uint32_t>(a) * static_cast<std::uint32_t>(b)); }
+hundredths add(hundredths a, hundredths b) {
+  return wrap(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}
+hundredths sub(hundredths a, hundredths b) {
+  return wrap(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
+}
+hundredths mul(hundredths a, hundredths b) {
+  return wrap(static_cast<std::uint32_t>(a) * static_cast<std::uint32_t>(b));
+}
 hundredths neg(hundredths a) { return wrap(0u - static_cast<std::uint32_t>(a)); }
 
 constexpr std::string_view kBadValue = "error_bad_value";
@@ -28,7 +34,8 @@ constexpr std::string_view kDivByZero = "error_div_by_0";
 constexpr std::string_view kDiv = "error_div";
 
 std::string invalid(std::string_view name, std::string_view expression) {
-  return fmt::format("Error in calc() for variable {}: expression ({}) is invalid.", name, expression);
+  return fmt::format("Error in calc() for variable {}: expression ({}) is invalid.", name,
+                     expression);
 }
 
 // The unit of the result of `left op right`, or the message of a failed check.
@@ -42,21 +49,29 @@ unit_outcome operation_unit(std::string_view name, const operation& m) {
   const std::string_view r = m.right.unit;
   if (m.op == '*') {
     if (!l.empty() && !r.empty()) {
-      return {{}, fmt::format("Error in calc() for variable {}: cannot multiply 2 unit values.", name)};
+      return {{},
+              fmt::format("Error in calc() for variable {}: cannot multiply 2 unit values.", name)};
     }
     return {l.empty() ? r : l, {}};
   }
   if (m.op == '/') {
     if (!r.empty()) {
-      return {{}, fmt::format("Error in calc() for variable {}: cannot divide by a unit value.", name)};
+      return {{},
+              fmt::format("Error in calc() for variable {}: cannot divide by a unit value.", name)};
     }
     return {l, {}};
   }
   if (l == r) return {l, {}};
   if (!l.empty() && !r.empty()) {
-    return {{}, fmt::format("Error in calc() for variable {}: cannot add/subtract different unit values.", name)};
+    return {
+        {},
+        fmt::format("Error in calc() for variable {}: cannot add/subtract different unit values.",
+                    name)};
   }
-  return {{}, fmt::format("Error in calc() for variable {}: cannot add/subtract a value and a unit value.", name)};
+  return {
+      {},
+      fmt::format("Error in calc() for variable {}: cannot add/subtract a value and a unit value.",
+                  name)};
 }
 
 unit_outcome round_unit(std::string_view name, const round_call& m) {
@@ -64,9 +79,13 @@ unit_outcome round_unit(std::string_view name, const round_call& m) {
   const std::string_view s = m.step.unit;
   if (v == s) return {v, {}};
   if (!v.empty() && !s.empty()) {
-    return {{}, fmt::format("Error in round() for variable {}: cannot round different unit values.", name)};
+    return {
+        {},
+        fmt::format("Error in round() for variable {}: cannot round different unit values.", name)};
   }
-  return {{}, fmt::format("Error in round() for variable {}: cannot round a value and a unit value.", name)};
+  return {{},
+          fmt::format("Error in round() for variable {}: cannot round a value and a unit value.",
+                      name)};
 }
 
 round_strategy strategy_of(std::string_view word) {
@@ -87,7 +106,8 @@ void normalise_space(replace_engine::engine<char>& edits, std::string& expressio
     }
     std::size_t end = i + 1;
     while (end < text.size() && is_space(text[end])) ++end;
-    if (end - i > 1 || text[i] != ' ') static_cast<void>(edits.replace(text.substr(i, end - i), " "));
+    if (end - i > 1 || text[i] != ' ')
+      static_cast<void>(edits.replace(text.substr(i, end - i), " "));
     i = end;
   }
   if (edits.size() != 0) {
@@ -101,7 +121,8 @@ void normalise_space(replace_engine::engine<char>& edits, std::string& expressio
 // of the whole text. Positions count the text without the gap.
 class gap_text {
  public:
-  explicit gap_text(std::string text) : buffer_(std::move(text)), gap_(buffer_.size()), rest_(buffer_.size()) {}
+  explicit gap_text(std::string text)
+      : buffer_(std::move(text)), gap_(buffer_.size()), rest_(buffer_.size()) {}
 
   std::size_t size() const { return gap_ + (buffer_.size() - rest_); }
   char at(std::size_t i) const { return i < gap_ ? buffer_[i] : buffer_[rest_ + (i - gap_)]; }
@@ -159,7 +180,7 @@ class gap_text {
   }
 
   std::string buffer_;
-  std::size_t gap_;   // the gap is buffer_[gap_, rest_)
+  std::size_t gap_;  // the gap is buffer_[gap_, rest_)
   std::size_t rest_;
 };
 
@@ -207,8 +228,8 @@ constexpr std::size_t kMostOthers = 24;
 
 // A byte that may stand inside a piece, past its "(" or "round(".
 bool piece_byte(char c) {
-  return (c >= '0' && c <= '9') || c == '.' || c == ' ' || c == '-' || c == '+' || c == '*' || c == '/' ||
-         c == '%' || c == ',' || (c >= 'a' && c <= 'z');
+  return (c >= '0' && c <= '9') || c == '.' || c == ' ' || c == '-' || c == '+' || c == '*' ||
+         c == '/' || c == '%' || c == ',' || (c >= 'a' && c <= 'z');
 }
 
 // The passes of evaluate_calc, each done where it can have changed
@@ -223,7 +244,8 @@ bool piece_byte(char c) {
 // more.
 class reducer {
  public:
-  reducer(std::string_view name, std::string expression) : name_(name), text_(std::move(expression)) {}
+  reducer(std::string_view name, std::string expression)
+      : name_(name), text_(std::move(expression)) {}
 
   // Reduces the text; leaves it in `expression` and gives the message of a
   // failure, as evaluate_calc.
@@ -298,7 +320,8 @@ class reducer {
       // A piece may read past `to`, but starts before it.
       const std::string_view starts = tail.substr(0, end);
       const char first = k == kGroup ? '(' : 'r';
-      for (std::size_t i = starts.find(first); i != std::string_view::npos && !found; i = starts.find(first, i + 1)) {
+      for (std::size_t i = starts.find(first); i != std::string_view::npos && !found;
+           i = starts.find(first, i + 1)) {
         if constexpr (std::is_same_v<Piece, group>) {
           found = group_at(tail, i);
         } else {
@@ -362,7 +385,9 @@ class reducer {
   bool whole_is_value() const {
     const std::size_t n = text_.size();
     const auto is = [&](std::size_t i, char c) { return i < n && text_.at(i) == c; };
-    const auto digit = [&](std::size_t i) { return i < n && text_.at(i) >= '0' && text_.at(i) <= '9'; };
+    const auto digit = [&](std::size_t i) {
+      return i < n && text_.at(i) >= '0' && text_.at(i) <= '9';
+    };
     std::size_t i = is(0, ' ') ? 1 : 0;
     if (is(i, '-')) ++i;
     const std::size_t digits = i;
@@ -412,7 +437,8 @@ bool parse_hundredths(std::string_view text, hundredths& value) {
 }
 
 std::string format_hundredths(hundredths value) {
-  const std::uint32_t magnitude = value < 0 ? 0u - static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
+  const std::uint32_t magnitude =
+      value < 0 ? 0u - static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
   const std::uint32_t whole = magnitude / 100u;
   const std::uint32_t fraction = magnitude % 100u;
   const std::string_view sign = value < 0 ? "-" : "";
@@ -441,14 +467,9 @@ std::string apply_operator(std::string_view left, std::string_view right, char o
       result = wrap(static_cast<std::uint32_t>(n / r));
       break;
     }
-    case '+':
-      result = add(l, r);
-      break;
-    case '-':
-      result = sub(l, r);
-      break;
-    default:
-      return std::string(kBadValue);
+    case '+': result = add(l, r); break;
+    case '-': result = sub(l, r); break;
+    default: return std::string(kBadValue);
   }
   return format_hundredths(result);
 }
@@ -467,11 +488,8 @@ std::string round_to_step(std::string_view value, std::string_view step, round_s
     case round_strategy::down:
       if (v < 0) b = add(sub(v, s), 1);
       break;
-    case round_strategy::nearest:
-      b = v >= 0 ? add(v, s / 2) : sub(v, s / 2);
-      break;
-    case round_strategy::to_zero:
-      break;
+    case round_strategy::nearest: b = v >= 0 ? add(v, s / 2) : sub(v, s / 2); break;
+    case round_strategy::to_zero: break;
   }
   // s is never -1, so the quotient fits.
   return format_hundredths(mul(b / s, s));

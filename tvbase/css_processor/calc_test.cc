@@ -21,28 +21,53 @@ TEST(ParseHundredths, ReadsNumberTexts) {
     std::optional<hundredths> expected;
   };
   const std::vector<row> rows = {
-      {"1", 100},           {"1.5", 150},         {"1.25", 125},  {"-3.5", -350},
-      {"0.05", 5},          {"1.", 100},          {".5", 50},     {"", 0},
-      {"-", 0},             {"007", 700},         {"1.255", {}},  {"--1", {}},
-      {"1-", {}},           {"1.2.3", {}},        {"1px", {}},    {"+1", {}},
-      {" 1", {}},           {"21474836.47", INT_MAX},             {"21474836.48", INT_MIN},
-      {"-21474836.48", INT_MIN},                  {"99999999999", 1316134812},
+      {"1", 100},
+      {"1.5", 150},
+      {"1.25", 125},
+      {"-3.5", -350},
+      {"0.05", 5},
+      {"1.", 100},
+      {".5", 50},
+      {"", 0},
+      {"-", 0},
+      {"007", 700},
+      {"1.255", {}},
+      {"--1", {}},
+      {"1-", {}},
+      {"1.2.3", {}},
+      {"1px", {}},
+      {"+1", {}},
+      {" 1", {}},
+      {"21474836.47", INT_MAX},
+      {"21474836.48", INT_MIN},
+      {"-21474836.48", INT_MIN},
+      {"99999999999", 1316134812},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.text);
     hundredths value = 12345;
     EXPECT_EQ(parse_hundredths(r.text, value), r.expected.has_value());
     if (r.expected) {
-    EXPECT_EQ(value, *r.expected);
+      EXPECT_EQ(value, *r.expected);
     }
   }
 }
 
 TEST(FormatHundredths, WritesTheShortestText) {
   const std::vector<std::pair<hundredths, std::string>> rows = {
-      {0, "0"},      {100, "1"},         {1000, "10"},  {150, "1.5"},    {125, "1.25"},
-      {105, "1.05"}, {50, "0.5"},        {5, "0.05"},   {-150, "-1.5"},  {-25, "-0.25"},
-      {-1, "-0.01"}, {INT_MAX, "21474836.47"},          {INT_MIN, "-21474836.48"},
+      {0, "0"},
+      {100, "1"},
+      {1000, "10"},
+      {150, "1.5"},
+      {125, "1.25"},
+      {105, "1.05"},
+      {50, "0.5"},
+      {5, "0.05"},
+      {-150, "-1.5"},
+      {-25, "-0.25"},
+      {-1, "-0.01"},
+      {INT_MAX, "21474836.47"},
+      {INT_MIN, "-21474836.48"},
   };
   for (const auto& [value, expected] : rows) {
     SCOPED_TRACE(value);
@@ -108,20 +133,41 @@ TEST(RoundToStep, FollowsEachStrategy) {
     const char* expected;
   };
   const std::vector<row> rows = {
-      {"1.5", "1", up, "2"},          {"1.5", "1", down, "1"},        {"1.5", "1", nearest, "2"},
-      {"1.5", "1", to_zero, "1"},     {"-1.5", "1", up, "-1"},        {"-1.5", "1", down, "-2"},
-      {"-1.5", "1", nearest, "-2"},   {"-1.5", "1", to_zero, "-1"},   {"2.5", "1", nearest, "3"},
-      {"-2.5", "1", nearest, "-3"},   {"0.5", "1", nearest, "1"},     {"-0.5", "1", nearest, "-1"},
-      {"-1.4", "1", nearest, "-1"},   {"1.24", "0.5", nearest, "1"},  {"1.25", "0.5", nearest, "1.5"},
-      {"1.5", "0.5", up, "1.5"},      {"1.5", "0.5", down, "1.5"},    {"-1.5", "0.5", down, "-1.5"},
-      {"0.01", "1", up, "1"},         {"-0.01", "1", down, "-1"},     {"-0.01", "1", to_zero, "0"},
-      {"0", "1", up, "0"},            {"0.12", "0.25", nearest, "0"}, {"0.13", "0.25", nearest, "0.25"},
-      {"1.5", "-1", nearest, "2"},    {"1.5", "-1", up, "2"},         {"1.5", "-1", down, "1"},
-      {"15", "10", nearest, "20"},    {"14", "10", nearest, "10"},    {"1.5", "0", up, "error_div_by_0"},
+      {"1.5", "1", up, "2"},
+      {"1.5", "1", down, "1"},
+      {"1.5", "1", nearest, "2"},
+      {"1.5", "1", to_zero, "1"},
+      {"-1.5", "1", up, "-1"},
+      {"-1.5", "1", down, "-2"},
+      {"-1.5", "1", nearest, "-2"},
+      {"-1.5", "1", to_zero, "-1"},
+      {"2.5", "1", nearest, "3"},
+      {"-2.5", "1", nearest, "-3"},
+      {"0.5", "1", nearest, "1"},
+      {"-0.5", "1", nearest, "-1"},
+      {"-1.4", "1", nearest, "-1"},
+      {"1.24", "0.5", nearest, "1"},
+      {"1.25", "0.5", nearest, "1.5"},
+      {"1.5", "0.5", up, "1.5"},
+      {"1.5", "0.5", down, "1.5"},
+      {"-1.5", "0.5", down, "-1.5"},
+      {"0.01", "1", up, "1"},
+      {"-0.01", "1", down, "-1"},
+      {"-0.01", "1", to_zero, "0"},
+      {"0", "1", up, "0"},
+      {"0.12", "0.25", nearest, "0"},
+      {"0.13", "0.25", nearest, "0.25"},
+      {"1.5", "-1", nearest, "2"},
+      {"1.5", "-1", up, "2"},
+      {"1.5", "-1", down, "1"},
+      {"15", "10", nearest, "20"},
+      {"14", "10", nearest, "10"},
+      {"1.5", "0", up, "error_div_by_0"},
       {"1.5", "x", up, "error_bad_value"},
   };
   for (const row& r : rows) {
-    SCOPED_TRACE(std::string(r.value) + " by " + r.step + " strategy " + std::to_string(static_cast<int>(r.strategy)));
+    SCOPED_TRACE(std::string(r.value) + " by " + r.step + " strategy " +
+                 std::to_string(static_cast<int>(r.strategy)));
     EXPECT_EQ(round_to_step(r.value, r.step, r.strategy), r.expected);
   }
 }
@@ -136,9 +182,15 @@ struct calc_row {
   bool fails = false;
 };
 
-calc_row ok(std::string expression, std::string value) { return {std::move(expression), std::move(value)}; }
-calc_row bad(std::string expression, std::string message) { return {std::move(expression), std::move(message), true}; }
-calc_row invalid_as(std::string expression, const std::string& left) { return bad(std::move(expression), invalid(left)); }
+calc_row ok(std::string expression, std::string value) {
+  return {std::move(expression), std::move(value)};
+}
+calc_row bad(std::string expression, std::string message) {
+  return {std::move(expression), std::move(message), true};
+}
+calc_row invalid_as(std::string expression, const std::string& left) {
+  return bad(std::move(expression), invalid(left));
+}
 
 void check(const std::vector<calc_row>& rows) {
   for (const calc_row& r : rows) {
@@ -156,76 +208,158 @@ void check(const std::vector<calc_row>& rows) {
 
 TEST(EvaluateCalc, ReducesOnePiecePerPass) {
   check({
-      ok("1 + 2 * 3", "7"), ok("(1 + 2) * 3", "9"), ok("2 * (3 + 4)", "14"), ok("2*(3+(4-1))", "12"),
-      ok("((2))", "2"), ok("8 / 2 * 3", "12"), ok("3 - 2 - 1", "0"), ok("1+2", "3"), ok("1 +2", "3"),
-      ok("1-2", "-1"), ok("2--3", "5"), ok("2*-3", "-6"), ok("1 - (-2)", "3"), ok("1\t+\r\n2", "3"),
-      ok("1      +   2", "3"), ok("2 * (3 + 4) + 1", "15"), ok("-(2)", "-2"), ok("(1 + 2) * 3px - 1px", "8px"),
+      ok("1 + 2 * 3", "7"),
+      ok("(1 + 2) * 3", "9"),
+      ok("2 * (3 + 4)", "14"),
+      ok("2*(3+(4-1))", "12"),
+      ok("((2))", "2"),
+      ok("8 / 2 * 3", "12"),
+      ok("3 - 2 - 1", "0"),
+      ok("1+2", "3"),
+      ok("1 +2", "3"),
+      ok("1-2", "-1"),
+      ok("2--3", "5"),
+      ok("2*-3", "-6"),
+      ok("1 - (-2)", "3"),
+      ok("1\t+\r\n2", "3"),
+      ok("1      +   2", "3"),
+      ok("2 * (3 + 4) + 1", "15"),
+      ok("-(2)", "-2"),
+      ok("(1 + 2) * 3px - 1px", "8px"),
       // A sum left of a product whose factor is not yet one value goes first.
-      ok("1 + 2 * (3 + 4)", "21"), ok("round(1.5, 1) * 2 + 3", "10"),
+      ok("1 + 2 * (3 + 4)", "21"),
+      ok("round(1.5, 1) * 2 + 3", "10"),
       // The rewriting works on the text.
-      ok("2 * 3 4", "64"), ok("2 + 3 4", "54"), ok("(1 + 2)3", "33"), ok("2(3)", "23"), ok("(2)px", "2px"),
-      ok("( 1px )", " 1px "), ok(" 3 ", " 3 "), ok("\t3\n", " 3 "), ok("1.50", "1.50"), ok("1.50 + 0", "1.5"),
-      ok("1 + 10 px", "11px"), ok("99999999999", "99999999999"), ok("1 / 2 * 4", "2"),
+      ok("2 * 3 4", "64"),
+      ok("2 + 3 4", "54"),
+      ok("(1 + 2)3", "33"),
+      ok("2(3)", "23"),
+      ok("(2)px", "2px"),
+      ok("( 1px )", " 1px "),
+      ok(" 3 ", " 3 "),
+      ok("\t3\n", " 3 "),
+      ok("1.50", "1.50"),
+      ok("1.50 + 0", "1.5"),
+      ok("1 + 10 px", "11px"),
+      ok("99999999999", "99999999999"),
+      ok("1 / 2 * 4", "2"),
   });
 }
 
 TEST(EvaluateCalc, CarriesAndChecksUnits) {
   const std::string multiply = "Error in calc() for variable --v: cannot multiply 2 unit values.";
   const std::string divide = "Error in calc() for variable --v: cannot divide by a unit value.";
-  const std::string different = "Error in calc() for variable --v: cannot add/subtract different unit values.";
-  const std::string mixed = "Error in calc() for variable --v: cannot add/subtract a value and a unit value.";
+  const std::string different =
+      "Error in calc() for variable --v: cannot add/subtract different unit values.";
+  const std::string mixed =
+      "Error in calc() for variable --v: cannot add/subtract a value and a unit value.";
   check({
-      ok("10px + 5px", "15px"), ok("10% - 5%", "5%"), ok("1em + 1em", "2em"), ok("2 * 3px", "6px"),
-      ok("3px * 2", "6px"), ok("50% * 2", "100%"), ok("6px / 2", "3px"), ok("1px / 2", "0.5px"),
-      bad("2px * 3em", multiply), bad("2px * 3px", multiply), bad("6 / 2px", divide), bad("3px / 2px", divide),
-      bad("1 / 0px", divide), bad("1px + 1em", different), bad("1% - 1px", different), bad("10px + 5", mixed),
-      bad("5 + 10px", mixed), bad("0 + 5px", mixed),
+      ok("10px + 5px", "15px"),
+      ok("10% - 5%", "5%"),
+      ok("1em + 1em", "2em"),
+      ok("2 * 3px", "6px"),
+      ok("3px * 2", "6px"),
+      ok("50% * 2", "100%"),
+      ok("6px / 2", "3px"),
+      ok("1px / 2", "0.5px"),
+      bad("2px * 3em", multiply),
+      bad("2px * 3px", multiply),
+      bad("6 / 2px", divide),
+      bad("3px / 2px", divide),
+      bad("1 / 0px", divide),
+      bad("1px + 1em", different),
+      bad("1% - 1px", different),
+      bad("10px + 5", mixed),
+      bad("5 + 10px", mixed),
+      bad("0 + 5px", mixed),
       // The first piece decides: the product fails before the sum is looked at.
-      bad("1px + 1em * 2em", multiply), invalid_as("10PX", "10PX"), invalid_as("1rem + 1rem", "1rem + 1rem"),
-      invalid_as("2 * 10PX", "20PX"), invalid_as("1 + 1rem", "2rem"), invalid_as("10 px", "10 px"),
+      bad("1px + 1em * 2em", multiply),
+      invalid_as("10PX", "10PX"),
+      invalid_as("1rem + 1rem", "1rem + 1rem"),
+      invalid_as("2 * 10PX", "20PX"),
+      invalid_as("1 + 1rem", "2rem"),
+      invalid_as("10 px", "10 px"),
   });
 }
 
 TEST(EvaluateCalc, ResultWordsMakeTheExpressionInvalid) {
   check({
-      invalid_as("1 / 3", "error_div"), invalid_as("1 / 8", "error_div"),
-      invalid_as("1.11 * 1.11", "error_mul"), invalid_as("1000 * 1000", "error_mul"),
-      invalid_as("1 / 0", "error_div_by_0"), invalid_as("1px / 3", "error_divpx"),
-      invalid_as("1 / 3 + 1", "error_div+ 1"), invalid_as("1 / 0 + 1", "error_div_by_1"),
-      invalid_as("1 / 0 * 2", "error_div_by_0"), invalid_as("round(1.5, 0)", "error_div_by_0"),
+      invalid_as("1 / 3", "error_div"),
+      invalid_as("1 / 8", "error_div"),
+      invalid_as("1.11 * 1.11", "error_mul"),
+      invalid_as("1000 * 1000", "error_mul"),
+      invalid_as("1 / 0", "error_div_by_0"),
+      invalid_as("1px / 3", "error_divpx"),
+      invalid_as("1 / 3 + 1", "error_div+ 1"),
+      invalid_as("1 / 0 + 1", "error_div_by_1"),
+      invalid_as("1 / 0 * 2", "error_div_by_0"),
+      invalid_as("round(1.5, 0)", "error_div_by_0"),
       invalid_as("round(1px, 0px)", "error_div_by_0px"),
   });
 }
 
 TEST(EvaluateCalc, RejectsWhatIsNoExpression) {
   check({
-      invalid_as("", ""), invalid_as(" \t\n", " "), invalid_as(" ( 3 ) ", "  3  "), invalid_as("-(-2)", "--2"),
-      invalid_as("- 1", "- 1"), invalid_as("1 2", "1 2"), invalid_as("1 + + 2", "1 + + 2"),
-      invalid_as("1 +", "1 +"), invalid_as("+ 1", "+ 1"), invalid_as("* 2", "* 2"), invalid_as("abc", "abc"),
-      invalid_as("min(1, 2)", "min(1, 2)"), invalid_as("sin(1)", "sin1"),
-      invalid_as("max(1 + 1, 2)", "max(2, 2)"), invalid_as("(1 + 2", "(3"), invalid_as("1 + 2)", "3)"),
-      invalid_as("()", "()"), invalid_as("1.234", "1.234"), invalid_as("1.234 * 2", "1.468"),
-      invalid_as(".5 * 2", ".10"), invalid_as("calc1", "calc1"), invalid_as("1\xC3\xA9 + 1", "1\xC3\xA9 + 1"),
+      invalid_as("", ""),
+      invalid_as(" \t\n", " "),
+      invalid_as(" ( 3 ) ", "  3  "),
+      invalid_as("-(-2)", "--2"),
+      invalid_as("- 1", "- 1"),
+      invalid_as("1 2", "1 2"),
+      invalid_as("1 + + 2", "1 + + 2"),
+      invalid_as("1 +", "1 +"),
+      invalid_as("+ 1", "+ 1"),
+      invalid_as("* 2", "* 2"),
+      invalid_as("abc", "abc"),
+      invalid_as("min(1, 2)", "min(1, 2)"),
+      invalid_as("sin(1)", "sin1"),
+      invalid_as("max(1 + 1, 2)", "max(2, 2)"),
+      invalid_as("(1 + 2", "(3"),
+      invalid_as("1 + 2)", "3)"),
+      invalid_as("()", "()"),
+      invalid_as("1.234", "1.234"),
+      invalid_as("1.234 * 2", "1.468"),
+      invalid_as(".5 * 2", ".10"),
+      invalid_as("calc1", "calc1"),
+      invalid_as("1\xC3\xA9 + 1", "1\xC3\xA9 + 1"),
   });
 }
 
 TEST(EvaluateCalc, RoundsWhenNothingElseFits) {
-  const std::string different = "Error in round() for variable --v: cannot round different unit values.";
-  const std::string mixed = "Error in round() for variable --v: cannot round a value and a unit value.";
+  const std::string different =
+      "Error in round() for variable --v: cannot round different unit values.";
+  const std::string mixed =
+      "Error in round() for variable --v: cannot round a value and a unit value.";
   check({
-      ok("round(up, 1.5, 1)", "2"), ok("round(down, 1.5, 1)", "1"), ok("round(nearest, 1.5, 1)", "2"),
-      ok("round(to-zero, 1.5, 1)", "1"), ok("round(-2.5, 1)", "-3"), ok("round(15px, 10px)", "20px"), ok("round(14%, 10%)", "10%"),
-      ok("round(up, 14em, 10em)", "20em"), ok("round( up , 1.5 , 1 )", "2"), ok("round(up,1.5,1)", "2"),
-      ok("round(1 + 1, 1)", "2"), ok("round((1 + 1), 1)", "2"), ok("round(round(1.5, 1), 1)", "2"),
-      ok("1 + round(1.5, 1)", "3"), ok("2 * round(1.5, 1)", "4"), ok("round(1.5, 1) * 2", "4"),
-      bad("round(1.5px, 1)", mixed), bad("round(1.5, 1px)", mixed),
+      ok("round(up, 1.5, 1)", "2"),
+      ok("round(down, 1.5, 1)", "1"),
+      ok("round(nearest, 1.5, 1)", "2"),
+      ok("round(to-zero, 1.5, 1)", "1"),
+      ok("round(-2.5, 1)", "-3"),
+      ok("round(15px, 10px)", "20px"),
+      ok("round(14%, 10%)", "10%"),
+      ok("round(up, 14em, 10em)", "20em"),
+      ok("round( up , 1.5 , 1 )", "2"),
+      ok("round(up,1.5,1)", "2"),
+      ok("round(1 + 1, 1)", "2"),
+      ok("round((1 + 1), 1)", "2"),
+      ok("round(round(1.5, 1), 1)", "2"),
+      ok("1 + round(1.5, 1)", "3"),
+      ok("2 * round(1.5, 1)", "4"),
+      ok("round(1.5, 1) * 2", "4"),
+      bad("round(1.5px, 1)", mixed),
+      bad("round(1.5, 1px)", mixed),
       bad("round(1.5px, 0)", mixed),  // units are checked before the step
-      bad("round(1.5px, 1em)", different), invalid_as("round(1.5)", "round1.5"),
-      invalid_as("round(up, 1.5)", "round(up, 1.5)"), invalid_as("round(1, 2, 3)", "round(1, 2, 3)"),
+      bad("round(1.5px, 1em)", different),
+      invalid_as("round(1.5)", "round1.5"),
+      invalid_as("round(up, 1.5)", "round(up, 1.5)"),
+      invalid_as("round(1, 2, 3)", "round(1, 2, 3)"),
       invalid_as("round(UP, 1.5, 1)", "round(UP, 1.5, 1)"),
       invalid_as("round(sideways, 1.5, 1)", "round(sideways, 1.5, 1)"),
-      invalid_as("ROUND(1.5, 1)", "ROUND(1.5, 1)"), invalid_as("round (1.5, 1)", "round (1.5, 1)"),
-      invalid_as("x round(1.5, 1) y", "x 2 y"), invalid_as("round(1, 1) round(2, 1)", "1 2"),
+      invalid_as("ROUND(1.5, 1)", "ROUND(1.5, 1)"),
+      invalid_as("round (1.5, 1)", "round (1.5, 1)"),
+      invalid_as("x round(1.5, 1) y", "x 2 y"),
+      invalid_as("round(1, 1) round(2, 1)", "1 2"),
   });
 }
 
@@ -268,13 +402,14 @@ std::optional<std::string> reference_calc(std::string_view name, std::string& ex
     while (space(i)) ++i;
     text += ' ';
   }
-  const auto unit_error = [&](std::string_view l, std::string_view r, char op) -> std::optional<std::string> {
+  const auto unit_error = [&](std::string_view l, std::string_view r,
+                              char op) -> std::optional<std::string> {
     const std::string head = "Error in calc() for variable " + std::string(name) + ": ";
     if (op == '*' && !l.empty() && !r.empty()) return head + "cannot multiply 2 unit values.";
     if (op == '/' && !r.empty()) return head + "cannot divide by a unit value.";
     if ((op == '+' || op == '-') && l != r) {
       return head + (!l.empty() && !r.empty() ? "cannot add/subtract different unit values."
-                                               : "cannot add/subtract a value and a unit value.");
+                                              : "cannot add/subtract a value and a unit value.");
     }
     return std::nullopt;
   };
@@ -289,15 +424,17 @@ std::optional<std::string> reference_calc(std::string_view name, std::string& ex
       if (auto message = unit_error(m->left.unit, m->right.unit, m->op)) return message;
       whole = m->whole;
       with = apply_operator(m->left.number, m->right.number, m->op);
-      with += m->op == '/' || m->left.unit.empty() ? m->right.unit.empty() ? m->left.unit : m->right.unit
-                                                   : m->left.unit;
+      with += m->op == '/' || m->left.unit.empty()
+                  ? m->right.unit.empty() ? m->left.unit : m->right.unit
+                  : m->left.unit;
     } else if (is_value(text)) {
       return std::nullopt;
     } else if (const auto r = find_round(text)) {
       if (r->value.unit != r->step.unit) {
         return "Error in round() for variable " + std::string(name) + ": " +
-               (!r->value.unit.empty() && !r->step.unit.empty() ? "cannot round different unit values."
-                                                                  : "cannot round a value and a unit value.");
+               (!r->value.unit.empty() && !r->step.unit.empty()
+                    ? "cannot round different unit values."
+                    : "cannot round a value and a unit value.");
       }
       whole = r->whole;
       const std::string_view s = r->strategy;
@@ -307,7 +444,8 @@ std::optional<std::string> reference_calc(std::string_view name, std::string& ex
                                                        : round_strategy::nearest;
       with = round_to_step(r->value.number, r->step.number, strategy) + std::string(r->value.unit);
     } else {
-      return "Error in calc() for variable " + std::string(name) + ": expression (" + text + ") is invalid.";
+      return "Error in calc() for variable " + std::string(name) + ": expression (" + text +
+             ") is invalid.";
     }
     text.replace(whole.begin, whole.end - whole.begin, with);
   }
@@ -337,26 +475,35 @@ TEST(EvaluateCalc, FindsPiecesThatAnEditCompletesFarBehindTheirStart) {
 // stray bytes, reduced by both.
 TEST(EvaluateCalc, DoesThePassesOfTheReference) {
   std::mt19937 rng(11);
-  const auto pick = [&](std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n - 1)(rng); };
-  const char* const numbers[] = {"0", "1", "2", "7", "10", "1.5", "0.25", "-3", "12.5", "100", "0.01", "-0.5",
-                                 "4.567", "99999999999", "3"};
+  const auto pick = [&](std::size_t n) {
+    return std::uniform_int_distribution<std::size_t>(0, n - 1)(rng);
+  };
+  const char* const numbers[] = {"0",    "1",    "2",     "7",           "10",
+                                 "1.5",  "0.25", "-3",    "12.5",        "100",
+                                 "0.01", "-0.5", "4.567", "99999999999", "3"};
   const char* const units[] = {"", "", "", "px", "em", "%", "PX", "rem"};
   const char* const ops[] = {"+", "-", "*", "/"};
   const char* const blanks[] = {"", "", " ", "  ", "\t", "\n "};
   const char* const strategies[] = {"up", "down", "nearest", "to-zero", "UP"};
-  const char* const stray[] = {"(", ")", " ", "-", "+", "*", "/", ".", "1", "px", "round(", ",", "x"};
+  const char* const stray[] = {"(", ")", " ",  "-",      "+", "*", "/",
+                               ".", "1", "px", "round(", ",", "x"};
   std::function<std::string(int)> expression = [&](int depth) {
     std::string out;
     const std::size_t terms = 1 + pick(depth > 0 ? 4 : 3);
     for (std::size_t t = 0; t < terms; ++t) {
-      if (t > 0) out += std::string(blanks[pick(std::size(blanks))]) + ops[pick(std::size(ops))] + blanks[pick(std::size(blanks))];
+      if (t > 0)
+        out += std::string(blanks[pick(std::size(blanks))]) + ops[pick(std::size(ops))] +
+               blanks[pick(std::size(blanks))];
       const std::size_t shape = depth > 0 ? pick(6) : 0;
       if (shape == 4) {
-        out += "(" + std::string(blanks[pick(std::size(blanks))]) + expression(depth - 1) + blanks[pick(std::size(blanks))] + ")";
+        out += "(" + std::string(blanks[pick(std::size(blanks))]) + expression(depth - 1) +
+               blanks[pick(std::size(blanks))] + ")";
       } else if (shape == 5) {
         out += "round(";
-        if (pick(2) == 0) out += std::string(strategies[pick(std::size(strategies))]) + blanks[pick(3)] + ",";
-        out += blanks[pick(3)] + expression(depth - 1) + blanks[pick(3)] + "," + blanks[pick(3)] + expression(depth - 1) + ")";
+        if (pick(2) == 0)
+          out += std::string(strategies[pick(std::size(strategies))]) + blanks[pick(3)] + ",";
+        out += blanks[pick(3)] + expression(depth - 1) + blanks[pick(3)] + "," + blanks[pick(3)] +
+               expression(depth - 1) + ")";
       } else {
         out += std::string(numbers[pick(std::size(numbers))]) + units[pick(std::size(units))];
       }
@@ -365,8 +512,9 @@ TEST(EvaluateCalc, DoesThePassesOfTheReference) {
   };
   // Or a soup of the bytes that pieces are made of, which reduces in fewer
   // and stranger steps.
-  const char* const soup[] = {"(", ")", "( ", " )", " ", "-", "+", " * ", "/", ".", "1", "23", "0", "4.5", "999",
-                              "px", "em", "%", "round(", "up,", ",", "nearest ,", "x", "e", "p"};
+  const char* const soup[] = {"(",      ")",   "( ", " )",        " ",   "-",   "+",  " * ", "/",
+                              ".",      "1",   "23", "0",         "4.5", "999", "px", "em",  "%",
+                              "round(", "up,", ",",  "nearest ,", "x",   "e",   "p"};
   const auto soup_text = [&] {
     std::string out;
     for (std::size_t n = 1 + pick(40); n > 0; --n) out += soup[pick(std::size(soup))];

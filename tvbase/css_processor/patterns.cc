@@ -251,7 +251,9 @@ std::optional<group> find_group(std::string_view expr) {
   return std::nullopt;
 }
 
-std::optional<operation> find_product(std::string_view expr) { return find_operation(expr, '*', '/'); }
+std::optional<operation> find_product(std::string_view expr) {
+  return find_operation(expr, '*', '/');
+}
 
 std::optional<operation> find_sum(std::string_view expr) { return find_operation(expr, '-', '+'); }
 
@@ -269,8 +271,10 @@ std::optional<round_call> find_round(std::string_view expr) {
 
 std::optional<image> find_image(std::string_view text, std::size_t from) {
   // The '(' of "url(" stands three bytes behind the match's start.
-  for (std::size_t paren = text.find('(', from + 3); paren != npos; paren = text.find('(', paren + 1)) {
-    if (lower(text[paren - 3]) == 'u' && lower(text[paren - 2]) == 'r' && lower(text[paren - 1]) == 'l') {
+  for (std::size_t paren = text.find('(', from + 3); paren != npos;
+       paren = text.find('(', paren + 1)) {
+    if (lower(text[paren - 3]) == 'u' && lower(text[paren - 2]) == 'r' &&
+        lower(text[paren - 1]) == 'l') {
       if (auto m = image_at(text, paren - 3, paren)) return m;
     }
   }

@@ -29,7 +29,8 @@ constexpr const char* kValue = R"([ ]?-?[0-9]+(?:\.[0-9]{1,2})?(?:px|em|%)?[ ]?)
 constexpr const char* kRound =
     R"(round\((?:[ ]?(up|down|nearest|to-zero)[ ]?,)?[ ]?(-?[0-9]+(?:\.[0-9]{1,2})?)(px|em|%)?[ ]?,[ ]?)"
     R"((-?[0-9]+(?:\.[0-9]{1,2})?)(px|em|%)?[ ]?\))";
-constexpr const char* kImage = R"(url\([ \t\r\n]*['"]?([a-z0-9.\-_]+\.(?:jpg|png|gif))['"]?[ \t\r\n]*\))";
+constexpr const char* kImage =
+    R"(url\([ \t\r\n]*['"]?([a-z0-9.\-_]+\.(?:jpg|png|gif))['"]?[ \t\r\n]*\))";
 
 enum class letters { exact, any_case };
 
@@ -61,7 +62,8 @@ int oracle_hits = 0;
 std::optional<captures> oracle_search(const RE2& re, std::string_view text, std::size_t from) {
   const int n = re.NumberOfCapturingGroups() + 1;
   std::vector<re2::StringPiece> groups(static_cast<std::size_t>(n));
-  if (!re.Match(re2::StringPiece(text.data(), text.size()), from, text.size(), RE2::UNANCHORED, groups.data(), n)) {
+  if (!re.Match(re2::StringPiece(text.data(), text.size()), from, text.size(), RE2::UNANCHORED,
+                groups.data(), n)) {
     return std::nullopt;
   }
   ++oracle_hits;
@@ -84,7 +86,9 @@ bool oracle_full(const RE2& re, std::string_view text) {
 
 // A scanner's result in the oracle's form. An absent unit is "-" for the
 // oracle and an empty view for the scanner; both read as "absent".
-std::string whole(std::string_view text, span s) { return offsets(text, text.substr(s.begin, s.end - s.begin)); }
+std::string whole(std::string_view text, span s) {
+  return offsets(text, text.substr(s.begin, s.end - s.begin));
+}
 std::string optional_part(std::string_view text, std::string_view part) {
   return part.empty() ? "-" : offsets(text, part);
 }
@@ -99,7 +103,9 @@ captures normalise_absent(captures c) {
 // tokens, with a few tokens round it.
 std::string random_text(std::mt19937& rng, const std::vector<std::string>& samples,
                         const std::vector<std::string_view>& tokens) {
-  const auto pick = [&](std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n - 1)(rng); };
+  const auto pick = [&](std::size_t n) {
+    return std::uniform_int_distribution<std::size_t>(0, n - 1)(rng);
+  };
   const auto noise = [&] {
     std::string out;
     if (pick(2) == 0) return out;
@@ -120,8 +126,8 @@ std::string random_text(std::mt19937& rng, const std::vector<std::string>& sampl
 
 // Runs `check` on hand-picked texts and on random ones near them.
 template <typename Check>
-void against_oracle(const std::vector<std::string>& samples, const std::vector<std::string_view>& tokens,
-                    Check check) {
+void against_oracle(const std::vector<std::string>& samples,
+                    const std::vector<std::string_view>& tokens, Check check) {
   std::mt19937 rng(7);
   for (const std::string& text : samples) {
     SCOPED_TRACE("sample: " + text);
@@ -135,16 +141,17 @@ void against_oracle(const std::vector<std::string>& samples, const std::vector<s
     check(text);
     if (testing::Test::HasFailure()) return;
   }
-  EXPECT_GT(oracle_hits - hits_before, runs / 10) << "the random texts rarely match: pick other samples";
+  EXPECT_GT(oracle_hits - hits_before, runs / 10)
+      << "the random texts rarely match: pick other samples";
 }
 
 const std::vector<std::string_view> kCalcTokens = {
-    " ", " ", "1", "23", "0", "-", "+", "*", "/", ".", ".5", "1.25", "4.567", "(", ")", "(", ")", "px", "em",
-    "%",  "p", "x", "e", "PX", "a"};
+    " ", " ", "1", "23", "0",  "-",  "+", "*", "/", ".", ".5", "1.25", "4.567",
+    "(", ")", "(", ")",  "px", "em", "%", "p", "x", "e", "PX", "a"};
 
 TEST(Patterns, CommentMatchesTheExpression) {
-  against_oracle({"a/*/b*/c", "/* open", "x/**/y/*z*/", "/*/", "**//**/"}, {"/", "*", "a", "\n", "/*", "*/"},
-                 [](const std::string& text) {
+  against_oracle({"a/*/b*/c", "/* open", "x/**/y/*z*/", "/*/", "**//**/"},
+                 {"/", "*", "a", "\n", "/*", "*/"}, [](const std::string& text) {
                    std::vector<captures> expected, got;
                    for (auto m = oracle_search(compiled(kComment), text, 0); m;
                         m = oracle_search(compiled(kComment), text, end_of((*m)[0]))) {
@@ -158,67 +165,76 @@ TEST(Patterns, CommentMatchesTheExpression) {
 }
 
 TEST(Patterns, RootBlockMatchesTheExpression) {
-  against_oracle({"html:root{--a:1}", ":root,body{}:root {x}", ":root{", ":ROOT{}", ":root \n\t{a;b}c}"},
-                 {":root", ":roo", " ", "\n", "{", "}", "a", ";", ":", "t"}, [](const std::string& text) {
-                   const auto expected = oracle_search(compiled(kRootBlock), text, 0);
-                   const auto got = find_root_block(text);
-                   ASSERT_EQ(got.has_value(), expected.has_value());
-                   if (got) {
-    EXPECT_EQ((captures{whole(text, got->block), whole(text, got->body)}), *expected);
-    }
-                 });
+  against_oracle(
+      {"html:root{--a:1}", ":root,body{}:root {x}", ":root{", ":ROOT{}", ":root \n\t{a;b}c}"},
+      {":root", ":roo", " ", "\n", "{", "}", "a", ";", ":", "t"}, [](const std::string& text) {
+        const auto expected = oracle_search(compiled(kRootBlock), text, 0);
+        const auto got = find_root_block(text);
+        ASSERT_EQ(got.has_value(), expected.has_value());
+        if (got) {
+          EXPECT_EQ((captures{whole(text, got->block), whole(text, got->body)}), *expected);
+        }
+      });
 }
 
 TEST(Patterns, DefinitionAndBlankMatchTheExpressions) {
-  against_oracle({" --a : 1", "--:1", "--x_y:1", "--1:", "---:a:b", "\n--a\t:\n", "-a:1", "--a b:1"},
-                 {"--", "-", "a", "Z", "9", "_", " ", "\t", "\n", ":", "x", "\xE9"}, [](const std::string& text) {
-                   const RE2& re = compiled(kDefinition);
-                   re2::StringPiece name, value;
-                   const bool expected = RE2::FullMatch(re2::StringPiece(text.data(), text.size()), re, &name, &value);
-                   oracle_hits += expected;
-                   const auto got = match_definition(text);
-                   ASSERT_EQ(got.has_value(), expected);
-                   if (got) {
-                     EXPECT_EQ(offsets(text, got->name), offsets(text, std::string_view(name.data(), name.size())));
-                     EXPECT_EQ(offsets(text, got->value), offsets(text, std::string_view(value.data(), value.size())));
-                   }
-                   EXPECT_EQ(is_blank(text), oracle_full(compiled(kBlank), text));
-                 });
+  against_oracle(
+      {" --a : 1", "--:1", "--x_y:1", "--1:", "---:a:b", "\n--a\t:\n", "-a:1", "--a b:1"},
+      {"--", "-", "a", "Z", "9", "_", " ", "\t", "\n", ":", "x", "\xE9"},
+      [](const std::string& text) {
+        const RE2& re = compiled(kDefinition);
+        re2::StringPiece name, value;
+        const bool expected =
+            RE2::FullMatch(re2::StringPiece(text.data(), text.size()), re, &name, &value);
+        oracle_hits += expected;
+        const auto got = match_definition(text);
+        ASSERT_EQ(got.has_value(), expected);
+        if (got) {
+          EXPECT_EQ(offsets(text, got->name),
+                    offsets(text, std::string_view(name.data(), name.size())));
+          EXPECT_EQ(offsets(text, got->value),
+                    offsets(text, std::string_view(value.data(), value.size())));
+        }
+        EXPECT_EQ(is_blank(text), oracle_full(compiled(kBlank), text));
+      });
 }
 
 TEST(Patterns, ReferenceMatchesTheExpression) {
-  against_oracle({"var(--a) var( --b)var(--c )", "var(var(--a)", "var(x var(--y)", "var(abvar( --x)", "var()",
-                  "var(--a,1px)", "VAR(--a)", "var(--a"},
-                 {"var(", "va", "r(", "--a", ",", " ", "\n", ")", "(", "x", "v"}, [](const std::string& text) {
-                   std::vector<captures> expected, got;
-                   std::size_t from = 0;
-                   while (auto m = oracle_search(compiled(kReference), text, from)) {
-                     expected.push_back(*m);
-                     from = end_of((*m)[0]);
-                   }
-                   for (auto r = find_reference(text, 0); r; r = find_reference(text, r->whole.end)) {
-                     // An empty name is still a capture that took part.
-                     got.push_back({whole(text, r->whole), offsets(text, r->name)});
-                   }
-                   EXPECT_EQ(got, expected);
-                 });
+  against_oracle(
+      {"var(--a) var( --b)var(--c )", "var(var(--a)", "var(x var(--y)", "var(abvar( --x)", "var()",
+       "var(--a,1px)", "VAR(--a)", "var(--a"},
+      {"var(", "va", "r(", "--a", ",", " ", "\n", ")", "(", "x", "v"}, [](const std::string& text) {
+        std::vector<captures> expected, got;
+        std::size_t from = 0;
+        while (auto m = oracle_search(compiled(kReference), text, from)) {
+          expected.push_back(*m);
+          from = end_of((*m)[0]);
+        }
+        for (auto r = find_reference(text, 0); r; r = find_reference(text, r->whole.end)) {
+          // An empty name is still a capture that took part.
+          got.push_back({whole(text, r->whole), offsets(text, r->name)});
+        }
+        EXPECT_EQ(got, expected);
+      });
 }
 
 TEST(Patterns, GroupMatchesTheExpression) {
-  against_oracle({"( 1px )", "((2))", "(1.234)", "( ( 3 ) )", "(-2)", "(1 + 2)", "( -1.5% )"}, kCalcTokens,
-                 [](const std::string& text) {
-                   const auto expected = oracle_search(compiled(kGroup), text, 0);
-                   const auto got = find_group(text);
-                   ASSERT_EQ(got.has_value(), expected.has_value());
-                   if (got) {
-    EXPECT_EQ((captures{whole(text, got->whole), offsets(text, got->inner)}), *expected);
-    }
-                 });
+  against_oracle(
+      {"( 1px )", "((2))", "(1.234)", "( ( 3 ) )", "(-2)", "(1 + 2)", "( -1.5% )"}, kCalcTokens,
+      [](const std::string& text) {
+        const auto expected = oracle_search(compiled(kGroup), text, 0);
+        const auto got = find_group(text);
+        ASSERT_EQ(got.has_value(), expected.has_value());
+        if (got) {
+          EXPECT_EQ((captures{whole(text, got->whole), offsets(text, got->inner)}), *expected);
+        }
+      });
 }
 
 TEST(Patterns, ProductAndSumMatchTheExpressions) {
-  const std::vector<std::string> samples = {"1.234 * 2", "2 * 3 4", "1--2", "1 -2", "2*-3", "10 px", ".5 * 2",
-                                            "(1 + 2) * 3px - 1px", "99999999999 + 0", "1 + 1rem", "2 * 10PX"};
+  const std::vector<std::string> samples = {
+      "1.234 * 2",           "2 * 3 4",         "1--2",     "1 -2",    "2*-3", "10 px", ".5 * 2",
+      "(1 + 2) * 3px - 1px", "99999999999 + 0", "1 + 1rem", "2 * 10PX"};
   for (const char op : {'*', '+'}) {
     SCOPED_TRACE(op == '*' ? "product" : "sum");
     const RE2& re = compiled(op == '*' ? kProduct : kSum);
@@ -227,9 +243,12 @@ TEST(Patterns, ProductAndSumMatchTheExpressions) {
       const auto got = op == '*' ? find_product(text) : find_sum(text);
       ASSERT_EQ(got.has_value(), expected.has_value());
       if (!got) return;
-      const captures mine = {whole(text, got->whole), offsets(text, got->left.number),
-                             optional_part(text, got->left.unit), (*expected)[3],
-                             offsets(text, got->right.number), optional_part(text, got->right.unit)};
+      const captures mine = {whole(text, got->whole),
+                             offsets(text, got->left.number),
+                             optional_part(text, got->left.unit),
+                             (*expected)[3],
+                             offsets(text, got->right.number),
+                             optional_part(text, got->right.unit)};
       EXPECT_EQ(mine, normalise_absent(*expected));
       EXPECT_EQ(got->op, text[std::stoul((*expected)[3])]);
     });
@@ -237,49 +256,52 @@ TEST(Patterns, ProductAndSumMatchTheExpressions) {
 }
 
 TEST(Patterns, ValueMatchesTheExpression) {
-  against_oracle({" 3 ", "1.50", "-2.5%", "0em", " 7px", "1.", "-", " ( 3 ) ", "10px ", "  1", "1.234"}, kCalcTokens,
-                 [](const std::string& text) { EXPECT_EQ(is_value(text), oracle_full(compiled(kValue), text)); });
+  against_oracle(
+      {" 3 ", "1.50", "-2.5%", "0em", " 7px", "1.", "-", " ( 3 ) ", "10px ", "  1", "1.234"},
+      kCalcTokens, [](const std::string& text) {
+        EXPECT_EQ(is_value(text), oracle_full(compiled(kValue), text));
+      });
 }
 
 TEST(Patterns, RoundMatchesTheExpression) {
-  against_oracle({"round( up , 1.5 , 1 )", "round(up,1.5,1)", "round(up, 1.5)", "round(1, 2, 3)",
-                  "round(UP, 1.5, 1)", "round (1.5, 1)", "x round(1.5px, 1em) y", "round(nearest,-1,-0.25%)",
-                  "round(round(1, 1), 1)", "round(to-zero, 1, 1) round(2, 1)"},
-                 {"round(", "up", "down", "nearest", "to-zero", "UP", " ", ",", ")", "1", "2.5", "-", "px", "%",
-                  "em", "0", "(", "x"},
-                 [](const std::string& text) {
-                   const auto expected = oracle_search(compiled(kRound), text, 0);
-                   const auto got = find_round(text);
-                   ASSERT_EQ(got.has_value(), expected.has_value());
-                   if (!got) return;
-                   const captures mine = {whole(text, got->whole),
-                                          optional_part(text, got->strategy),
-                                          offsets(text, got->value.number),
-                                          optional_part(text, got->value.unit),
-                                          offsets(text, got->step.number),
-                                          optional_part(text, got->step.unit)};
-                   EXPECT_EQ(mine, normalise_absent(*expected));
-                 });
+  against_oracle(
+      {"round( up , 1.5 , 1 )", "round(up,1.5,1)", "round(up, 1.5)", "round(1, 2, 3)",
+       "round(UP, 1.5, 1)", "round (1.5, 1)", "x round(1.5px, 1em) y", "round(nearest,-1,-0.25%)",
+       "round(round(1, 1), 1)", "round(to-zero, 1, 1) round(2, 1)"},
+      {"round(", "up", "down", "nearest", "to-zero", "UP", " ", ",", ")", "1", "2.5", "-", "px",
+       "%", "em", "0", "(", "x"},
+      [](const std::string& text) {
+        const auto expected = oracle_search(compiled(kRound), text, 0);
+        const auto got = find_round(text);
+        ASSERT_EQ(got.has_value(), expected.has_value());
+        if (!got) return;
+        const captures mine = {
+            whole(text, got->whole),          optional_part(text, got->strategy),
+            offsets(text, got->value.number), optional_part(text, got->value.unit),
+            offsets(text, got->step.number),  optional_part(text, got->step.unit)};
+        EXPECT_EQ(mine, normalise_absent(*expected));
+      });
 }
 
 TEST(Patterns, ImageMatchesTheExpression) {
-  against_oracle({"url(url(a.png))", "url(a.png.gif)", "URL( 'B.JPG\" )", "url(\"\"a.png)", "url(.png)",
-                  "url(..png)", "xurl(a.png)", "url(a.png", "url(img/a.png)", "url(a.jpeg)"},
-                 {"url(", "URL(", "uRl", "(", ")", "a", "B", ".", ".png", ".GIF", ".jpg", "_", "-", "'", "\"", " ",
-                  "\n", "/", "\xC3"},
-                 [](const std::string& text) {
-                   const RE2& re = compiled(kImage, letters::any_case);
-                   std::vector<captures> expected, got;
-                   std::size_t from = 0;
-                   while (auto m = oracle_search(re, text, from)) {
-                     expected.push_back(*m);
-                     from = end_of((*m)[0]);
-                   }
-                   for (auto i = find_image(text, 0); i; i = find_image(text, i->whole.end)) {
-                     got.push_back({whole(text, i->whole), offsets(text, i->name)});
-                   }
-                   EXPECT_EQ(got, expected);
-                 });
+  against_oracle(
+      {"url(url(a.png))", "url(a.png.gif)", "URL( 'B.JPG\" )", "url(\"\"a.png)", "url(.png)",
+       "url(..png)", "xurl(a.png)", "url(a.png", "url(img/a.png)", "url(a.jpeg)"},
+      {"url(", "URL(", "uRl", "(", ")", "a", "B", ".", ".png", ".GIF", ".jpg", "_", "-", "'", "\"",
+       " ", "\n", "/", "\xC3"},
+      [](const std::string& text) {
+        const RE2& re = compiled(kImage, letters::any_case);
+        std::vector<captures> expected, got;
+        std::size_t from = 0;
+        while (auto m = oracle_search(re, text, from)) {
+          expected.push_back(*m);
+          from = end_of((*m)[0]);
+        }
+        for (auto i = find_image(text, 0); i; i = find_image(text, i->whole.end)) {
+          got.push_back({whole(text, i->whole), offsets(text, i->name)});
+        }
+        EXPECT_EQ(got, expected);
+      });
 }
 
 // Inputs far beyond what a backtracking matcher survives, sized to stay fast.

@@ -15,7 +15,9 @@
 namespace css_processor {
 namespace {
 
-std::string_view slice(std::string_view text, span s) { return text.substr(s.begin, s.end - s.begin); }
+std::string_view slice(std::string_view text, span s) {
+  return text.substr(s.begin, s.end - s.begin);
+}
 
 std::string_view trim(std::string_view value) {
   std::size_t begin = 0;
@@ -32,7 +34,8 @@ constexpr std::size_t kLeastLimit = std::size_t{16} << 20;
 
 // The variable block pass: collects the definitions of the first :root block
 // of `text` into `table` and records the one edit of the block in `edits`.
-std::optional<std::string> collect_variables(std::string_view text, replace_engine::engine<char>& edits,
+std::optional<std::string> collect_variables(std::string_view text,
+                                             replace_engine::engine<char>& edits,
                                              variable_table& table, std::size_t limit) {
   const auto block = find_root_block(text);
   if (!block) return std::nullopt;
@@ -42,7 +45,8 @@ std::optional<std::string> collect_variables(std::string_view text, replace_engi
   for (std::size_t start = 0;;) {
     const std::size_t semicolon = body.find(';', start);
     const bool last = semicolon == std::string_view::npos;
-    const std::string_view piece = body.substr(start, last ? std::string_view::npos : semicolon - start);
+    const std::string_view piece =
+        body.substr(start, last ? std::string_view::npos : semicolon - start);
     if (const auto definition = match_definition(piece)) {
       if (table.contains(definition->name)) {
         return fmt::format("Variable name {} already defined.", definition->name);
@@ -108,7 +112,8 @@ std::optional<std::string> processor::process() {
   replace_engine::engine<char> edits{text_};
   {
     const std::string_view text = text_;
-    for (auto comment = find_comment(text, 0); comment; comment = find_comment(text, comment->end)) {
+    for (auto comment = find_comment(text, 0); comment;
+         comment = find_comment(text, comment->end)) {
       edits.erase(slice(text, *comment));
     }
   }

@@ -53,8 +53,8 @@ void check(const std::vector<row>& rows) {
     EXPECT_EQ(error, r.error);
     EXPECT_LE(held, kMemory * size) << "bytes held for a sheet of " << size;
     EXPECT_EQ(sheet.images(), r.images);
-    EXPECT_TRUE(sheet.css() == r.expected) << "text of " << sheet.css().size() << " bytes, expected "
-                                           << r.expected.size();
+    EXPECT_TRUE(sheet.css() == r.expected)
+        << "text of " << sheet.css().size() << " bytes, expected " << r.expected.size();
   }
 }
 
@@ -63,18 +63,37 @@ TEST(ProcessLarge, MillionLevelsOfParenthesesInCalc) {
   const std::string close(kDeep, ')');
   const std::string mismatched = "Mismatched parentheses in calc() in definition for variable --d.";
   check({
-      {"a value", ":root{--d:calc(" + open + "1.5px" + close + ")}p{m:var(--d)}", "p{m:1.5px}", {}, {}},
-      {"a product inside", ":root{--d:calc(" + open + "2 * 3em" + close + ")}p{m:var(--d)}", "p{m:6em}", {}, {}},
-      {"an image inside", ":root{--d:calc(" + open + "1" + close + ")}p{m:var(--d) url(a.png)}",
-       "p{m:1 url(a.png)}", {}, {"a.png"}},
-      {"unclosed", ":root{--d:calc(" + open + "1)}p{m:var(--d)}", ":root{--d:calc(" + open + "1)}p{m:var(--d)}",
-       mismatched, {}},
-      {"nothing inside", ":root{--d:calc(" + open + close + ")}p{m:var(--d)}",
+      {"a value",
+       ":root{--d:calc(" + open + "1.5px" + close + ")}p{m:var(--d)}",
+       "p{m:1.5px}",
+       {},
+       {}},
+      {"a product inside",
+       ":root{--d:calc(" + open + "2 * 3em" + close + ")}p{m:var(--d)}",
+       "p{m:6em}",
+       {},
+       {}},
+      {"an image inside",
+       ":root{--d:calc(" + open + "1" + close + ")}p{m:var(--d) url(a.png)}",
+       "p{m:1 url(a.png)}",
+       {},
+       {"a.png"}},
+      {"unclosed",
+       ":root{--d:calc(" + open + "1)}p{m:var(--d)}",
+       ":root{--d:calc(" + open + "1)}p{m:var(--d)}",
+       mismatched,
+       {}},
+      {"nothing inside",
        ":root{--d:calc(" + open + close + ")}p{m:var(--d)}",
-       "Error in calc() for variable --d: expression (" + open + close + ") is invalid.", {}},
+       ":root{--d:calc(" + open + close + ")}p{m:var(--d)}",
+       "Error in calc() for variable --d: expression (" + open + close + ") is invalid.",
+       {}},
       // In a rule, calc() is kept as written.
-      {"in a rule", ":root{--v:2}p{m:calc(" + open + "var(--v)" + close + ")}", "p{m:calc(" + open + "2" + close + ")}",
-       {}, {}},
+      {"in a rule",
+       ":root{--v:2}p{m:calc(" + open + "var(--v)" + close + ")}",
+       "p{m:calc(" + open + "2" + close + ")}",
+       {},
+       {}},
   });
 }
 
@@ -84,9 +103,17 @@ TEST(ProcessLarge, MillionLevelsOfBraces) {
   check({
       {"rules", open + "b:url(x.png)" + close, open + "b:url(x.png)" + close, {}, {"x.png"}},
       {"unclosed", open + "b:url(x.png)", open + "b:url(x.png)", {}, {"x.png"}},
-      {"behind a root block", ":root{--c:1}" + open + "b:var(--c)" + close, open + "b:1" + close, {}, {}},
+      {"behind a root block",
+       ":root{--c:1}" + open + "b:var(--c)" + close,
+       open + "b:1" + close,
+       {},
+       {}},
       // The root block ends at its first '}'; the rest of its body stays.
-      {"inside a root block", ":root{--c:1;" + open + "}" + close, ":root{" + open + "}" + close, {}, {}},
+      {"inside a root block",
+       ":root{--c:1;" + open + "}" + close,
+       ":root{" + open + "}" + close,
+       {},
+       {}},
   });
 }
 
@@ -97,7 +124,11 @@ TEST(ProcessLarge, TenMegabyteComments) {
       {"closed", "a{}/*" + body + "*/b{}", "a{}b{}", {}, {}},
       {"unclosed, plain text", "a{}/*" + body, "a{}/*" + body, {}, {}},
       {"closed, then unclosed", "a{}/*" + body + "*/b{}/*" + body, "a{}b{}/*" + body, {}, {}},
-      {"hiding definitions and images", "/*" + hidden + "*/:root{--c:2}p{q:var(--c)}", "p{q:2}", {}, {}},
+      {"hiding definitions and images",
+       "/*" + hidden + "*/:root{--c:2}p{q:var(--c)}",
+       "p{q:2}",
+       {},
+       {}},
       {"a million small ones", repeat("/**/a", kDeep), repeat("a", kDeep), {}, {}},
   });
 }
@@ -106,12 +137,26 @@ TEST(ProcessLarge, TenMegabyteNames) {
   const std::string name = "--" + std::string(kLong, 'n');
   check({
       {"defined and used", ":root{" + name + ": 1px;}a{b:var(" + name + ")}", "a{b:1px}", {}, {}},
-      {"used in a definition", ":root{" + name + ": 2;--m: calc(var(" + name + ") * 3)}a{b:var(--m)}", "a{b:6}", {}, {}},
-      {"undefined", "a{b:var(" + name + ")}", "a{b:var(" + name + ")}", "Variable " + name + " is undefined.", {}},
-      {"defined twice", ":root{" + name + ":1;" + name + ":2}", ":root{" + name + ":1;" + name + ":2}",
-       "Variable name " + name + " already defined.", {}},
-      {"a long value", ":root{--v:" + std::string(kLong, 'v') + "}a{b:var(--v)}", "a{b:" + std::string(kLong, 'v') + "}",
-       {}, {}},
+      {"used in a definition",
+       ":root{" + name + ": 2;--m: calc(var(" + name + ") * 3)}a{b:var(--m)}",
+       "a{b:6}",
+       {},
+       {}},
+      {"undefined",
+       "a{b:var(" + name + ")}",
+       "a{b:var(" + name + ")}",
+       "Variable " + name + " is undefined.",
+       {}},
+      {"defined twice",
+       ":root{" + name + ":1;" + name + ":2}",
+       ":root{" + name + ":1;" + name + ":2}",
+       "Variable name " + name + " already defined.",
+       {}},
+      {"a long value",
+       ":root{--v:" + std::string(kLong, 'v') + "}a{b:var(--v)}",
+       "a{b:" + std::string(kLong, 'v') + "}",
+       {},
+       {}},
   });
 }
 

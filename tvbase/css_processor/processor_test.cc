@@ -51,7 +51,8 @@ TEST(Process, RunsThePassesInOrder) {
       {":root{--a:1}p{q:calc(var(--a) + 1)}", "p{q:calc(1 + 1)}", {}},
       {"@media print{:root{--a:1}}p{q:var(--a)}", "@media print{}p{q:1}", {}},
       {"p{q:var(--nope)}", "p{q:var(--nope)}", undefined("--nope")},
-      {":root{--a:1}\np{q:var(--a)}r{s:var(--b)}", "\np{q:var(--a)}r{s:var(--b)}", undefined("--b")},
+      {":root{--a:1}\np{q:var(--a)}r{s:var(--b)}", "\np{q:var(--a)}r{s:var(--b)}",
+       undefined("--b")},
       {"a{b:c}\n\xC3\xA9 { x: y }", "a{b:c}\n\xC3\xA9 { x: y }", {}},
   });
 }
@@ -156,9 +157,12 @@ TEST(Images, ListsBareImageNamesOnce) {
       {"url(''a.png) url(a.png\"\")", {}},
       {"url( a.png ) url(\n\tb.png\r\n)", {"a.png", "b.png"}},
       {"url (a.png) url(a .png)", {}},
-      {"url(a.b.png) url(-.gif) url(_.JPG) url(..png) url(.png)", {"a.b.png", "-.gif", "_.JPG", "..png"}},
+      {"url(a.b.png) url(-.gif) url(_.JPG) url(..png) url(.png)",
+       {"a.b.png", "-.gif", "_.JPG", "..png"}},
       {"url(a.png.gif)", {"a.png.gif"}},
-      {"url(a.png.txt) url(a.pngx) url(a.jpeg) url(a.svg) url(img/a.png) url(a.png?v=1) url(a%20b.png)", {}},
+      {"url(a.png.txt) url(a.pngx) url(a.jpeg) url(a.svg) url(img/a.png) url(a.png?v=1) "
+       "url(a%20b.png)",
+       {}},
       {"url() url(a.png", {}},
       {"url(u.png)url(v.png)xurl(w.png)", {"u.png", "v.png", "w.png"}},
       {"url(url(a.png))", {"a.png"}},
@@ -193,7 +197,8 @@ TEST(Process, HandlesLargeInput) {
   ASSERT_EQ(sheet.process(), std::nullopt);
   EXPECT_EQ(sheet.css(), expected);
 
-  std::string deep = ":root{--d:calc(" + std::string(2000, '(') + "2 * 3" + std::string(2000, ')') + ")}x{y:var(--d)}";
+  std::string deep = ":root{--d:calc(" + std::string(2000, '(') + "2 * 3" + std::string(2000, ')') +
+                     ")}x{y:var(--d)}";
   processor nested{std::move(deep)};
   ASSERT_EQ(nested.process(), std::nullopt);
   EXPECT_EQ(nested.css(), "x{y:6}");

@@ -11,8 +11,9 @@
 
 namespace css_processor {
 
-std::optional<std::string> resolve_values(std::optional<std::string_view> name, const variable_table& table,
-                                          std::string& text, std::size_t limit) {
+std::optional<std::string> resolve_values(std::optional<std::string_view> name,
+                                          const variable_table& table, std::string& text,
+                                          std::size_t limit) {
   replace_engine::engine<char> edits{text};
   {
     const std::string_view source = text;
@@ -23,7 +24,8 @@ std::optional<std::string> resolve_values(std::optional<std::string_view> name, 
       const std::size_t length = ref->whole.end - ref->whole.begin;
       size -= length;
       if (entry->second.size() > limit || size > limit - entry->second.size()) {
-        throw std::length_error(fmt::format("css_processor: var() references grow the text past {} bytes", limit));
+        throw std::length_error(
+            fmt::format("css_processor: var() references grow the text past {} bytes", limit));
       }
       size += entry->second.size();
       static_cast<void>(edits.replace(source.substr(ref->whole.begin, length), entry->second));

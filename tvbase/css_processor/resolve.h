@@ -35,8 +35,9 @@ using variable_table = std::map<std::string, std::string, std::less<>>;
 // References whose values would grow the text past `limit` bytes throw
 // std::length_error, with `text` unchanged: values that hold references to
 // values that hold references can double at each step.
-std::optional<std::string> resolve_values(std::optional<std::string_view> name, const variable_table& table,
-                                          std::string& text, std::size_t limit);
+std::optional<std::string> resolve_values(std::optional<std::string_view> name,
+                                          const variable_table& table, std::string& text,
+                                          std::size_t limit);
 
 }  // namespace css_processor
 

@@ -66,8 +66,12 @@ TEST(DistinctValue, TwoThreadsNeverGetTheSameNumber) {
   std::vector<unsigned long long> a, b;
   a.reserve(kEach);
   b.reserve(kEach);
-  std::thread one([&] { for (int i = 0; i < kEach; ++i) a.push_back(distinct_value::get()); });
-  std::thread two([&] { for (int i = 0; i < kEach; ++i) b.push_back(distinct_value::get()); });
+  std::thread one([&] {
+    for (int i = 0; i < kEach; ++i) a.push_back(distinct_value::get());
+  });
+  std::thread two([&] {
+    for (int i = 0; i < kEach; ++i) b.push_back(distinct_value::get());
+  });
   one.join();
   two.join();
   EXPECT_TRUE(rising(a));
@@ -91,7 +95,8 @@ TEST(DistinctValue, FourProcessesGetAMillionDistinctNumbers) {
       std::vector<unsigned long long> taken(kEach);
       for (auto& n : taken) n = distinct_value::get();
       std::FILE* out = std::fopen((folder + "distinct-" + std::to_string(p)).c_str(), "wb");
-      const bool ok = out && std::fwrite(taken.data(), sizeof taken[0], taken.size(), out) == taken.size();
+      const bool ok =
+          out && std::fwrite(taken.data(), sizeof taken[0], taken.size(), out) == taken.size();
       _exit(out && std::fclose(out) == 0 && ok ? 0 : 1);
     }
     children.push_back(child);
@@ -106,7 +111,8 @@ TEST(DistinctValue, FourProcessesGetAMillionDistinctNumbers) {
     const std::string path = folder + "distinct-" + std::to_string(p);
     std::ifstream in(path, std::ios::binary);
     std::vector<unsigned long long> taken(kEach);
-    in.read(reinterpret_cast<char*>(taken.data()), static_cast<std::streamsize>(kEach * sizeof taken[0]));
+    in.read(reinterpret_cast<char*>(taken.data()),
+            static_cast<std::streamsize>(kEach * sizeof taken[0]));
     ASSERT_TRUE(in.good()) << path;
     EXPECT_TRUE(rising(taken)) << "process " << p;
     all.insert(taken.begin(), taken.end());
@@ -147,8 +153,9 @@ TEST(DistinctValue, ProcessesKilledWhileTakingNumbersLoseNothingForTheOthers) {
   // Kill the endless ones once each has taken a good share.
   for (int p = 0; p < kKilled; ++p) {
     struct stat info {};
-    for (int waited = 0; (::stat(path_of(p).c_str(), &info) != 0 || info.st_size < 64 * kBatch * 8) &&
-                         waited < 30000;
+    for (int waited = 0;
+         (::stat(path_of(p).c_str(), &info) != 0 || info.st_size < 64 * kBatch * 8) &&
+         waited < 30000;
          ++waited) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }

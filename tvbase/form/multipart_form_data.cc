@@ -11,7 +11,7 @@
 namespace {
 
 constexpr std::string_view kBoundaryPrefix = "Tarvelo-Client-App-";
-constexpr std::size_t kPopulated = std::size_t{64} << 10;  // worth one call instead of faults
+constexpr std::size_t kPopulated = std::size_t{64} << 10;   // worth one call instead of faults
 constexpr std::size_t kLargeBuffer = std::size_t{4} << 20;  // worth large pages
 constexpr std::size_t kCopyChunk = std::size_t{2} << 20;
 
@@ -53,10 +53,13 @@ std::vector<unsigned char> regrow(std::vector<unsigned char>& from, std::size_t 
 
 multipart_form_data::multipart_form_data() { reset(); }
 
-void multipart_form_data::reset() { boundary = std::string(kBoundaryPrefix) + distinct_value::str_b36(); }
+void multipart_form_data::reset() {
+  boundary = std::string(kBoundaryPrefix) + distinct_value::str_b36();
+}
 
 bool multipart_form_data::is_7bit(std::string_view text) {
-  return std::none_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+  return std::none_of(text.begin(), text.end(),
+                      [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
 }
 
 void multipart_form_data::append_data(const unsigned char* data, unsigned int size) {
@@ -95,8 +98,9 @@ bool multipart_form_data::add_field(std::string_view name, std::string_view valu
   return true;
 }
 
-bool multipart_form_data::add_file(std::string_view name, std::string_view filename, const unsigned char* data,
-                                   unsigned int size, std::optional<std::string_view> content_type) {
+bool multipart_form_data::add_file(std::string_view name, std::string_view filename,
+                                   const unsigned char* data, unsigned int size,
+                                   std::optional<std::string_view> content_type) {
   if (!is_7bit(name) || !is_7bit(filename)) return false;
   append_head(name);
   append_data("; filename=\"");

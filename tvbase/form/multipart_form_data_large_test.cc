@@ -34,9 +34,11 @@ TEST(MultipartFormDataLarge, TakesTenMegabytePartsAndManySmallOnes) {
     std::function<std::string(const std::string& boundary)> expected;
   };
   const row rows[] = {
-      {"a 10 MB name and value", [&](multipart_form_data& f) { EXPECT_TRUE(f.add_field(name, big)); },
+      {"a 10 MB name and value",
+       [&](multipart_form_data& f) { EXPECT_TRUE(f.add_field(name, big)); },
        [&](const std::string& b) { return field(b, name, big); }},
-      {"a 10 MB file", [&](multipart_form_data& f) { EXPECT_TRUE(f.add_file("f", name, bytes(big), size, name)); },
+      {"a 10 MB file",
+       [&](multipart_form_data& f) { EXPECT_TRUE(f.add_file("f", name, bytes(big), size, name)); },
        [&](const std::string& b) { return file(b, "f", name, name, big); }},
       {"a 10 MB name refused at its last byte",
        [&](multipart_form_data& f) {
@@ -78,13 +80,15 @@ TEST(MultipartFormDataLarge, KeepsEveryByteInPlaceWhileGrowing) {
   constexpr unsigned kParts = 48;
   std::vector<std::string> parts(kParts, std::string(std::size_t{1} << 20, '\0'));
   for (unsigned i = 0; i < kParts; ++i) {
-    for (std::size_t j = 0; j < parts[i].size(); ++j) parts[i][j] = static_cast<char>(j / 4096 * 31 + i * 7 + j);
+    for (std::size_t j = 0; j < parts[i].size(); ++j)
+      parts[i][j] = static_cast<char>(j / 4096 * 31 + i * 7 + j);
   }
   for (int round = 0; round < 2; ++round) {
     SCOPED_TRACE(round);
     multipart_form_data form;
     for (unsigned i = 0; i < kParts; ++i) {
-      ASSERT_TRUE(form.add_file("p", "p.bin", bytes(parts[i]), static_cast<unsigned>(parts[i].size()), std::nullopt));
+      ASSERT_TRUE(form.add_file("p", "p.bin", bytes(parts[i]),
+                                static_cast<unsigned>(parts[i].size()), std::nullopt));
       ASSERT_TRUE(form.add_field("n", std::to_string(i)));
     }
     std::string content_type;

@@ -41,21 +41,32 @@ TEST(MultipartFormData, WritesFieldsAndFilesByteForByte) {
     std::string (*expected)(const std::string& boundary, const std::string& data);
   };
   const row rows[] = {
-      {"one field", [](multipart_form_data& f, const std::string&) { EXPECT_TRUE(f.add_field("a", "b")); },
+      {"one field",
+       [](multipart_form_data& f, const std::string&) { EXPECT_TRUE(f.add_field("a", "b")); },
        [](const std::string& b, const std::string&) { return field(b, "a", "b"); }},
-      {"empty name and value", [](multipart_form_data& f, const std::string&) { EXPECT_TRUE(f.add_field("", "")); },
+      {"empty name and value",
+       [](multipart_form_data& f, const std::string&) { EXPECT_TRUE(f.add_field("", "")); },
        [](const std::string& b, const std::string&) { return field(b, "", ""); }},
       {"file with a type",
        [](multipart_form_data& f, const std::string& d) {
-         EXPECT_TRUE(f.add_file("doc", "a.txt", bytes(d), static_cast<unsigned>(d.size()), "text/plain"));
+         EXPECT_TRUE(
+             f.add_file("doc", "a.txt", bytes(d), static_cast<unsigned>(d.size()), "text/plain"));
        },
-       [](const std::string& b, const std::string& d) { return file(b, "doc", "a.txt", "text/plain", d); }},
+       [](const std::string& b, const std::string& d) {
+         return file(b, "doc", "a.txt", "text/plain", d);
+       }},
       {"file without a type",
        [](multipart_form_data& f, const std::string& d) {
-         EXPECT_TRUE(f.add_file("doc", "a.bin", bytes(d), static_cast<unsigned>(d.size()), std::nullopt));
+         EXPECT_TRUE(
+             f.add_file("doc", "a.bin", bytes(d), static_cast<unsigned>(d.size()), std::nullopt));
        },
-       [](const std::string& b, const std::string& d) { return file(b, "doc", "a.bin", "application/octet-stream", d); }},
-      {"empty file", [](multipart_form_data& f, const std::string&) { EXPECT_TRUE(f.add_file("e", "e", nullptr, 0, "x/y")); },
+       [](const std::string& b, const std::string& d) {
+         return file(b, "doc", "a.bin", "application/octet-stream", d);
+       }},
+      {"empty file",
+       [](multipart_form_data& f, const std::string&) {
+         EXPECT_TRUE(f.add_file("e", "e", nullptr, 0, "x/y"));
+       },
        [](const std::string& b, const std::string&) { return file(b, "e", "e", "x/y", ""); }},
       {"field and file in order",
        [](multipart_form_data& f, const std::string& d) {
@@ -82,7 +93,8 @@ TEST(MultipartFormData, BoundaryIsTheFixedTextAndThirteenBase36Characters) {
   const finished f = finish(form);
   ASSERT_EQ(f.boundary.size(), 32u);
   EXPECT_EQ(f.boundary.substr(0, 19), "Tarvelo-Client-App-");
-  EXPECT_EQ(f.boundary.find_first_not_of("0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ", 19), std::string::npos);
+  EXPECT_EQ(f.boundary.find_first_not_of("0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ", 19),
+            std::string::npos);
 }
 
 TEST(MultipartFormData, ValuesMayHoldTheBoundaryItself) {
@@ -106,8 +118,8 @@ TEST(MultipartFormData, RefusesNamesWithEightBitBytes) {
   EXPECT_TRUE(form.add_field("ok", "caf\xC3\xA9")) << "values are not checked";
   EXPECT_TRUE(form.add_file("t", "f", nullptr, 0, "text/\xC3\xA9")) << "nor are content types";
   const finished f = finish(form);
-  EXPECT_EQ(f.body, field(f.boundary, "ok", "caf\xC3\xA9") + file(f.boundary, "t", "f", "text/\xC3\xA9", "") +
-                        end(f.boundary));
+  EXPECT_EQ(f.body, field(f.boundary, "ok", "caf\xC3\xA9") +
+                        file(f.boundary, "t", "f", "text/\xC3\xA9", "") + end(f.boundary));
 }
 
 TEST(MultipartFormData, EachFormStartsAfreshWithANewBoundary) {
@@ -123,22 +135,24 @@ TEST(MultipartFormData, EachFormStartsAfreshWithANewBoundary) {
 }
 
 TEST(MultipartFormData, GrowsByATenthRoundedToKilobytes) {
-  const std::size_t head = std::string("\r\n--").size() + 32 +
-                           std::string("\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\n").size();
+  const std::size_t head =
+      std::string("\r\n--").size() + 32 +
+      std::string("\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\n").size();
   struct row {
     std::vector<std::size_t> values;  // one field named "a" each
     std::size_t capacity;
   };
   const row rows[] = {
-      {{1}, 1024},                        // the first byte rounds up to a kilobyte
-      {{2000}, 3072},                     // needed beyond 110 %: the need, rounded up
-      {{2000, 900 - 2 * head}, 3072},     // still fits
-      {{2000, 1100 - head}, 4096},        // 110 % of 3,072 is 3,379: rounded to 4,096
+      {{1}, 1024},                     // the first byte rounds up to a kilobyte
+      {{2000}, 3072},                  // needed beyond 110 %: the need, rounded up
+      {{2000, 900 - 2 * head}, 3072},  // still fits
+      {{2000, 1100 - head}, 4096},     // 110 % of 3,072 is 3,379: rounded to 4,096
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.capacity);
     multipart_form_data form;
-    for (const std::size_t size : r.values) ASSERT_TRUE(form.add_field("a", std::string(size, 'v')));
+    for (const std::size_t size : r.values)
+      ASSERT_TRUE(form.add_field("a", std::string(size, 'v')));
     EXPECT_EQ(finish(form).capacity, r.capacity);
   }
 }

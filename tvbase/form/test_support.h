@@ -8,9 +8,13 @@
 
 namespace form_test {
 
-inline std::string text_of(const std::vector<unsigned char>& bytes) { return std::string(bytes.begin(), bytes.end()); }
+inline std::string text_of(const std::vector<unsigned char>& bytes) {
+  return std::string(bytes.begin(), bytes.end());
+}
 
-inline const unsigned char* bytes(const std::string& s) { return reinterpret_cast<const unsigned char*>(s.data()); }
+inline const unsigned char* bytes(const std::string& s) {
+  return reinterpret_cast<const unsigned char*>(s.data());
+}
 
 inline std::string field(const std::string& b, const std::string& name, const std::string& value) {
   return "\r\n--" + b + "\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value;
@@ -18,8 +22,8 @@ inline std::string field(const std::string& b, const std::string& name, const st
 
 inline std::string file(const std::string& b, const std::string& name, const std::string& filename,
                         const std::string& type, const std::string& data) {
-  return "\r\n--" + b + "\r\nContent-Disposition: form-data; name=\"" + name + "\"; filename=\"" + filename +
-         "\"\r\nContent-Type: " + type + "\r\n\r\n" + data;
+  return "\r\n--" + b + "\r\nContent-Disposition: form-data; name=\"" + name + "\"; filename=\"" +
+         filename + "\"\r\nContent-Type: " + type + "\r\n\r\n" + data;
 }
 
 inline std::string end(const std::string& b) { return "\r\n--" + b + "--"; }

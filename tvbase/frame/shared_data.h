@@ -22,9 +22,9 @@
 #include <tvbase/trace/log_cfg.h>
 
 struct TvSharedData {
-  TvLogCfg logCfg;               // valid only while cfgSet is non-zero
-  std::uint32_t cfgSet;          // non-zero: logCfg was set by SetSharedLogCfg
-  std::uint32_t lock;            // 0 free, 1 held; no owner record
+  TvLogCfg logCfg;                // valid only while cfgSet is non-zero
+  std::uint32_t cfgSet;           // non-zero: logCfg was set by SetSharedLogCfg
+  std::uint32_t lock;             // 0 free, 1 held; no owner record
   std::uint64_t distinctCounter;  // the last distinct value handed out
 };
 

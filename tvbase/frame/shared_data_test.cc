@@ -159,8 +159,8 @@ TEST(SharedMemory, RefusesWhatCannotBeMapped) {
     std::string name;
     std::size_t size;
   } rows[] = {
-      {name, 8192},                        // held by this process at another size
-      {"/no/such/folder", 4096},           // not a valid object name
+      {name, 8192},                         // held by this process at another size
+      {"/no/such/folder", 4096},            // not a valid object name
       {"/" + std::string(300, 'x'), 4096},  // too long for a name
   };
   for (const auto& row : rows) {

@@ -266,8 +266,7 @@ class run {
         return read_content("</script", tag_type::script, errors::missing_closing_script);
       case mode::in_style:
         return read_content("</style", tag_type::style, errors::missing_closing_style);
-      case mode::normal:
-        break;
+      case mode::normal: break;
     }
     if (!scan_.accept('<')) {
       scan_.scan_to('<');

@@ -35,7 +35,8 @@ struct alloc_row {
 };
 
 TEST(HtmlParserAllocations, NonePerElementBeyondOpenTagCopies) {
-  if (!testing_support::allocations_counted()) GTEST_SKIP() << "operator new is not ours to count here";
+  if (!testing_support::allocations_counted())
+    GTEST_SKIP() << "operator new is not ours to count here";
   const alloc_row rows[] = {
       {"<p>text<!-- c --></p>\n", 0},
       {"<p a=1 b='2' c>text<br x=y></p>\n", 1},       // the copy of <p> holds its attributes
@@ -57,7 +58,8 @@ TEST(HtmlParserAllocations, NonePerElementBeyondOpenTagCopies) {
 }
 
 TEST(HtmlParserAllocations, AttributeVectorKeepsItsStorage) {
-  if (!testing_support::allocations_counted()) GTEST_SKIP() << "operator new is not ours to count here";
+  if (!testing_support::allocations_counted())
+    GTEST_SKIP() << "operator new is not ours to count here";
   const std::string text = repeat("<a x=1 y=2 z=3><b q=1></b></a>", 50, "</x>");
   std::vector<const attribute*> storage;
   std::size_t capacity = 0;

@@ -32,10 +32,10 @@ std::string repeat(std::string_view piece, std::size_t times) {
 // What one scan showed the handler.
 struct seen {
   std::size_t elements = 0;
-  std::size_t deepest = 0;         // the longest list of open tags handed over
-  std::uint32_t last_row = 0;      // of the last element
-  std::size_t longest_raw = 0;     // of any element
-  std::size_t longest_value = 0;   // of any attribute value
+  std::size_t deepest = 0;        // the longest list of open tags handed over
+  std::uint32_t last_row = 0;     // of the last element
+  std::size_t longest_raw = 0;    // of any element
+  std::size_t longest_value = 0;  // of any attribute value
 };
 
 struct row {
@@ -55,14 +55,16 @@ void check(const std::vector<row>& rows, bool strict) {
     seen got;
     std::optional<parse_error> error;
     const std::size_t held = peak_bytes_during([&] {
-      error = parser::parse(r.text, strict, [&got](const tag& t, const std::optional<std::vector<tag>>& open) {
-        ++got.elements;
-        got.deepest = std::max(got.deepest, open ? open->size() : 0);
-        got.last_row = t.row;
-        got.longest_raw = std::max(got.longest_raw, t.raw.size());
-        for (const attribute& a : t.attributes) got.longest_value = std::max(got.longest_value, a.value.size());
-        return true;
-      });
+      error = parser::parse(r.text, strict,
+                            [&got](const tag& t, const std::optional<std::vector<tag>>& open) {
+                              ++got.elements;
+                              got.deepest = std::max(got.deepest, open ? open->size() : 0);
+                              got.last_row = t.row;
+                              got.longest_raw = std::max(got.longest_raw, t.raw.size());
+                              for (const attribute& a : t.attributes)
+                                got.longest_value = std::max(got.longest_value, a.value.size());
+                              return true;
+                            });
     });
     EXPECT_LE(held, kMemory * r.text.size() + 4096);
     if (r.error) {
@@ -85,14 +87,19 @@ TEST(HtmlParserLarge, MillionNestedElements) {
   const std::string close = repeat("</div>", kDeep);
   const std::string lines = repeat("<p>\n", kDeep);
   const auto rows_of = [&](bool strict) {
-    const char* unclosed = strict ? "html parse error: unclosed elements at end of html, last start tag=div on row 1."
-                                  : nullptr;
+    const char* unclosed =
+        strict ? "html parse error: unclosed elements at end of html, last start tag=div on row 1."
+               : nullptr;
     return std::vector<row>{
         {"unclosed", open, {kDeep, kDeep - 1, 1, 5, 0}, unclosed},
         {"closed", open + close, {2 * kDeep, kDeep, 1, 6, 0}, nullptr},
         // A start tag and a line feed per line.
-        {"one per line", lines + "</p>", {2 * kDeep + 1, kDeep, static_cast<std::uint32_t>(kDeep + 1), 4, 0},
-         strict ? "html parse error: unclosed elements at end of html, last start tag=p on row 999999." : nullptr},
+        {"one per line",
+         lines + "</p>",
+         {2 * kDeep + 1, kDeep, static_cast<std::uint32_t>(kDeep + 1), 4, 0},
+         strict
+             ? "html parse error: unclosed elements at end of html, last start tag=p on row 999999."
+             : nullptr},
         // Void elements open nothing.
         {"void elements", repeat("<br>", kDeep), {kDeep, 0, 1, 4, 0}, nullptr},
     };
@@ -105,11 +112,17 @@ TEST(HtmlParserLarge, MillionNestedElements) {
 
 TEST(HtmlParserLarge, MismatchAfterAMillionLevels) {
   const std::string text = repeat("<div>\n", kDeep) + "</span>" + repeat("</div>", kDeep);
-  check({{"strict", text, {2 * kDeep, kDeep, static_cast<std::uint32_t>(kDeep), 5, 0},
-          "html parse error on row 1000001: mismatched end tag, last start tag=div on row 1000000."}},
-        true);
+  check(
+      {{"strict",
+        text,
+        {2 * kDeep, kDeep, static_cast<std::uint32_t>(kDeep), 5, 0},
+        "html parse error on row 1000001: mismatched end tag, last start tag=div on row 1000000."}},
+      true);
   // Without strict, the stray end tag ends the tracking and the scan goes on.
-  check({{"not strict", text, {3 * kDeep + 1, kDeep, static_cast<std::uint32_t>(kDeep + 1), 7, 0}, nullptr}},
+  check({{"not strict",
+          text,
+          {3 * kDeep + 1, kDeep, static_cast<std::uint32_t>(kDeep + 1), 7, 0},
+          nullptr}},
         false);
 }
 
@@ -124,14 +137,24 @@ TEST(HtmlParserLarge, TenMegabyteElements) {
       {"text", "<p>" + big + "</p>", {3, 1, 1, kLong, 0}, nullptr},
       {"script", script, {3, 1, 1, kLong, 0}, nullptr},
       {"doctype", "<!doctype \"" + big + "\">", {1, 0, 1, kLong + 13, kLong}, nullptr},
-      {"text on many lines", repeat("\n", kLong) + "<b></b>",
-       {3, 1, static_cast<std::uint32_t>(kLong + 1), kLong, 0}, nullptr},
+      {"text on many lines",
+       repeat("\n", kLong) + "<b></b>",
+       {3, 1, static_cast<std::uint32_t>(kLong + 1), kLong, 0},
+       nullptr},
       // Unclosed: the scan reads to the end once and stops with the row of
       // the element.
-      {"unclosed comment", "<p>\n<!--" + big, {2, 1, 1, 3, 0}, "html parse error on row 2: comment not closed."},
-      {"unclosed quote", "\n<a href=\"" + big, {1, 0, 1, 1, 0},
+      {"unclosed comment",
+       "<p>\n<!--" + big,
+       {2, 1, 1, 3, 0},
+       "html parse error on row 2: comment not closed."},
+      {"unclosed quote",
+       "\n<a href=\"" + big,
+       {1, 0, 1, 1, 0},
        "html parse error on row 2: missing closing single/double quote."},
-      {"unclosed script", "<script>" + big, {1, 0, 1, 8, 0}, "html parse error on row 1: missing closing </script>."},
+      {"unclosed script",
+       "<script>" + big,
+       {1, 0, 1, 8, 0},
+       "html parse error on row 1: missing closing </script>."},
   };
   for (const bool strict : {false, true}) {
     SCOPED_TRACE(strict ? "strict" : "not strict");

@@ -278,8 +278,9 @@ TEST(JsonObject, KeyFindsOrAppendsInInsertionOrder) {
   value[std::wstring_view(L"a\0b", 3)] = false;  // differs from "a" by its length
   value[std::wstring_view(L"a\0c", 3)] = true;   // and from "a\0b" by a unit
   value[L"A"];                                   // no case folding
-  EXPECT_EQ(value.to_string(),
-            std::wstring(LR"({"b":4,"a":2,"c":3,"":true,"a\u0000b":false,"a\u0000c":true,"A":null})"));
+  EXPECT_EQ(
+      value.to_string(),
+      std::wstring(LR"({"b":4,"a":2,"c":3,"":true,"a\u0000b":false,"a\u0000c":true,"A":null})"));
   EXPECT_EQ(value(std::wstring_view(L"a\0c", 3)).as_bool(false), true);
   EXPECT_TRUE(value(L"A").is_null());
 }
@@ -291,8 +292,8 @@ TEST(JsonObject, EmptyContainersKeepOnlyTheirOwnType) {
     const wchar_t* after;
   };
   const row rows[] = {
-      {L"[1,2]", true, L"[1,2]"},   {L"{\"a\":1}", true, L"[]"}, {L"5", true, L"[]"},
-      {L"{\"a\":1}", false, L"{\"a\":1}"}, {L"[1,2]", false, L"{}"},  {L"null", false, L"{}"},
+      {L"[1,2]", true, L"[1,2]"},          {L"{\"a\":1}", true, L"[]"}, {L"5", true, L"[]"},
+      {L"{\"a\":1}", false, L"{\"a\":1}"}, {L"[1,2]", false, L"{}"},    {L"null", false, L"{}"},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(shown(r.before));
@@ -320,7 +321,7 @@ TEST(JsonObject, AssignmentCopiesBeforeDropping) {
 
   object copy = arr;
   copy[1][0] = true;
-  EXPECT_EQ(arr.to_string(), L"[1,[2,3]]");  // deep, not shared
+  EXPECT_EQ(arr.to_string(), L"[1,[2,3]]");    // deep, not shared
   EXPECT_EQ(copy.to_string(), L"[1,[true]]");  // [0] shrinks too
 
   object holder = read(L"[1,2,3]");
@@ -341,7 +342,7 @@ TEST(JsonObject, ForeachVisitsInOrderUntilFalse) {
   const object& carr = arr;
 
   std::wstring keys;
-  dict.foreach([&](const std::wstring& k, object& v) {
+  dict.foreach ([&](const std::wstring& k, object& v) {
     keys += k;
     v = json::number(L"0");
     return true;
@@ -350,11 +351,11 @@ TEST(JsonObject, ForeachVisitsInOrderUntilFalse) {
   EXPECT_EQ(dict.to_string(), LR"({"b":0,"a":0,"c":0})");
 
   int calls = 0;
-  cdict.foreach([&](const std::wstring&, const object&) { return ++calls, false; });
+  cdict.foreach ([&](const std::wstring&, const object&) { return ++calls, false; });
   EXPECT_EQ(calls, 1);
 
   std::vector<unsigned int> seen;
-  carr.foreach([&](unsigned int i, const object& v) {
+  carr.foreach ([&](unsigned int i, const object& v) {
     seen.push_back(i);
     return v.as_int(0) != 20;
   });
@@ -362,15 +363,15 @@ TEST(JsonObject, ForeachVisitsInOrderUntilFalse) {
 
   // The dictionary walk leaves arrays alone and the other way round.
   calls = 0;
-  arr.foreach([&](const std::wstring&, object&) { return ++calls, true; });
-  cdict.foreach([&](unsigned int, const object&) { return ++calls, true; });
-  object(read(L"5")).foreach([&](unsigned int, object&) { return ++calls, true; });
+  arr.foreach ([&](const std::wstring&, object&) { return ++calls, true; });
+  cdict.foreach ([&](unsigned int, const object&) { return ++calls, true; });
+  object(read(L"5")).foreach ([&](unsigned int, object&) { return ++calls, true; });
   EXPECT_EQ(calls, 0);
 
   // The array walk re-reads the length: appended elements are visited and a
   // shorter array ends it early.
   seen.clear();
-  arr.foreach([&](unsigned int i, object& v) {
+  arr.foreach ([&](unsigned int i, object& v) {
     seen.push_back(i);
     if (i == 0) arr[3] = json::number(L"40");
     (void)v;
@@ -378,7 +379,7 @@ TEST(JsonObject, ForeachVisitsInOrderUntilFalse) {
   });
   EXPECT_EQ(seen, (std::vector<unsigned int>{0, 1, 2, 3}));
   seen.clear();
-  arr.foreach([&](unsigned int i, object&) {
+  arr.foreach ([&](unsigned int i, object&) {
     seen.push_back(i);
     arr[0];  // shrinks to one element
     return true;
@@ -390,9 +391,9 @@ TEST(JsonObject, ForeachWithEmptyFunctionThrowsOnlyWhenItCalls) {
   object arr = read(L"[1]");
   object empty = read(L"[]");
   std::function<bool(unsigned int, object&)> none;
-  EXPECT_THROW(arr.foreach(none), std::bad_function_call);
-  EXPECT_NO_THROW(empty.foreach(none));
-  EXPECT_NO_THROW(read(L"{\"a\":1}").foreach(none));
+  EXPECT_THROW(arr.foreach (none), std::bad_function_call);
+  EXPECT_NO_THROW(empty.foreach (none));
+  EXPECT_NO_THROW(read(L"{\"a\":1}").foreach (none));
 }
 
 TEST(JsonObject, DoubleToNumberTextKeepsFifteenDigits) {

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <cwchar>
 #include <functional>
 #include <iterator>
-#include <cwchar>
 #include <stdexcept>
 #include <utility>
 
@@ -85,7 +85,8 @@ inline int leading_blanks(const wchar_t* p) noexcept {
 #if defined(__SSE2__) && WCHAR_MAX > 0xFFFF
   const __m128i blank = _mm_set1_epi32(L' ');
   const __m128i low = _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), blank);
-  const __m128i high = _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4)), blank);
+  const __m128i high =
+      _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4)), blank);
   // One byte per unit in the low eight bytes, zeros above.
   const __m128i bytes = _mm_packs_epi16(_mm_packs_epi32(low, high), _mm_setzero_si128());
   return std::countr_one(static_cast<unsigned int>(_mm_movemask_epi8(bytes)));
@@ -151,9 +152,7 @@ void parser::parse_value(object& target) {
     case L'6':
     case L'7':
     case L'8':
-    case L'9':
-      parse_number_value(target);
-      break;
+    case L'9': parse_number_value(target); break;
     case L'[':
       if (++depth > max_depth) raise(exception::too_deep);
       parse_array(target);
@@ -176,8 +175,7 @@ void parser::parse_value(object& target) {
       parse_literal(L"null");
       target.null();
       break;
-    default:
-      raise(exception::unexpected_character);
+    default: raise(exception::unexpected_character);
   }
   skip_whitespace();
 }
@@ -217,12 +215,13 @@ void parser::key_index::clear() noexcept {
 }
 
 template <class Entries>
-parser::key_index::cell& parser::key_index::find(Entries& entries, std::size_t first, std::wstring_view key,
-                                                 std::uint32_t hash) {
+parser::key_index::cell& parser::key_index::find(Entries& entries, std::size_t first,
+                                                 std::wstring_view key, std::uint32_t hash) {
   const std::size_t mask = cells_.size() - 1;
   for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
     cell& c = cells_[i];
-    if (!used(c) || (c.hash == hash && detail::same_key(entries[first + c.offset].first, key))) return c;
+    if (!used(c) || (c.hash == hash && detail::same_key(entries[first + c.offset].first, key)))
+      return c;
   }
 }
 
@@ -253,7 +252,8 @@ template <class Entries>
 object& parser::key_index::slot(Entries& entries, std::size_t first, const std::wstring& key) {
   const std::size_t count = entries.size() - first;
   if (count < kIndexedFrom) {
-    for (auto it = entries.begin() + static_cast<std::ptrdiff_t>(first); it != entries.end(); ++it) {
+    for (auto it = entries.begin() + static_cast<std::ptrdiff_t>(first); it != entries.end();
+         ++it) {
       if (detail::same_key(it->first, key)) return it->second;
     }
     return entries.emplace_back(key, object()).second;
@@ -264,7 +264,8 @@ object& parser::key_index::slot(Entries& entries, std::size_t first, const std::
     if (cells_.empty() || !used(find(entries, first, known, hash))) add(hash, indexed_);
   }
   const std::uint32_t hash = hash_of(key);
-  if (const cell& c = find(entries, first, key, hash); used(c)) return entries[first + c.offset].second;
+  if (const cell& c = find(entries, first, key, hash); used(c))
+    return entries[first + c.offset].second;
   object& value = entries.emplace_back(key, object()).second;
   add(hash, indexed_++);
   return value;

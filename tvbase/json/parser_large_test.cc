@@ -23,8 +23,8 @@ using testing_support::peak_bytes_during;
 
 constexpr std::size_t kDeep = 1000000;
 constexpr std::size_t kLong = (std::size_t{10} << 20) / sizeof(wchar_t);  // units of a 10 MB token
-constexpr std::size_t kMany = 250000;                                    // values in one container
-constexpr std::size_t kKeys = 1000000;                                   // keys in one dictionary
+constexpr std::size_t kMany = 250000;                                     // values in one container
+constexpr std::size_t kKeys = 1000000;                                    // keys in one dictionary
 
 std::wstring repeat(std::wstring_view piece, std::size_t times) {
   std::wstring out;
@@ -48,9 +48,12 @@ TEST(JsonParseLarge, MillionLevelsStopAtTheDepthLimit) {
   };
   const row rows[] = {
       {"arrays", L"[", L"]", 1, 513, repeat(L"[", 512) + L"null" + repeat(L"]", 512)},
-      {"dictionaries", L"{\"a\":", L"}", 1, 512 * 5 + 1, repeat(L"{\"a\":", 512) + L"null" + repeat(L"}", 512)},
-      {"arrays on lines of their own", L"[\n", L"]", 513, 1, repeat(L"[", 512) + L"null" + repeat(L"]", 512)},
-      {"mixed", L"[{\"\":", L"}]", 1, 256 * 5 + 1, repeat(L"[{\"\":", 256) + L"null" + repeat(L"}]", 256)},
+      {"dictionaries", L"{\"a\":", L"}", 1, 512 * 5 + 1,
+       repeat(L"{\"a\":", 512) + L"null" + repeat(L"}", 512)},
+      {"arrays on lines of their own", L"[\n", L"]", 513, 1,
+       repeat(L"[", 512) + L"null" + repeat(L"]", 512)},
+      {"mixed", L"[{\"\":", L"}]", 1, 256 * 5 + 1,
+       repeat(L"[{\"\":", 256) + L"null" + repeat(L"}]", 256)},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.name);
@@ -67,7 +70,8 @@ TEST(JsonParseLarge, MillionLevelsStopAtTheDepthLimit) {
       EXPECT_EQ(error->column, r.column);
       EXPECT_EQ(value.to_string(), r.read);
       // Nothing in proportion to the million levels.
-      EXPECT_LE(held, std::size_t{1} << 20) << "bytes held for " << bytes_of(text) << " bytes of text";
+      EXPECT_LE(held, std::size_t{1} << 20)
+          << "bytes held for " << bytes_of(text) << " bytes of text";
     }
   }
 }
@@ -85,7 +89,8 @@ TEST(JsonParseLarge, TenMegabyteTokens) {
   const std::wstring digits = L"1" + repeat(L"2", kLong);
   const row rows[] = {
       {"string", L"\"" + plain + L"\"", L"\"" + plain + L"\""},
-      {"escaped string", L"\"" + repeat(L"\\n", kLong / 2) + L"\"", L"\"" + repeat(L"\\n", kLong / 2) + L"\""},
+      {"escaped string", L"\"" + repeat(L"\\n", kLong / 2) + L"\"",
+       L"\"" + repeat(L"\\n", kLong / 2) + L"\""},
       {"unicode escapes", L"\"" + repeat(L"\\u00E9", kLong / 6) + L"\"",
        L"\"" + std::wstring(kLong / 6, L'\x00E9') + L"\""},
       {"number", L"-" + digits + L".5E-3", L"-" + digits + L".5e-3"},
@@ -118,10 +123,13 @@ TEST(JsonParseLarge, TenMegabyteTokensFailWhereTheyEnd) {
       {"unclosed string", L"\"" + plain, 1, end + 2, "unexpected end of file"},
       {"control unit at the end", L"\"" + plain + L"\t\"", 1, end + 2,
        "encountered literal control character in string"},
-      {"bad escape at the end", L"\"" + plain + L"\\x\"", 1, end + 3, "encountered invalid escaped character"},
-      {"number cut in its exponent", L"1" + repeat(L"0", kLong - 1) + L"e", 1, end + 2, "unexpected end of file"},
+      {"bad escape at the end", L"\"" + plain + L"\\x\"", 1, end + 3,
+       "encountered invalid escaped character"},
+      {"number cut in its exponent", L"1" + repeat(L"0", kLong - 1) + L"e", 1, end + 2,
+       "unexpected end of file"},
       {"unquoted word", plain, 1, 1, "encountered unexpected character"},
-      {"text behind white space", repeat(L"\n", kLong) + L"x", end + 1, 1, "encountered unexpected character"},
+      {"text behind white space", repeat(L"\n", kLong) + L"x", end + 1, 1,
+       "encountered unexpected character"},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.name);
@@ -162,7 +170,7 @@ TEST(JsonParseLarge, ManyValuesInOneContainer) {
     ASSERT_FALSE(error) << error->message << " at column " << error->column;
     EXPECT_LE(held, r.k * bytes_of(text));
     std::size_t count = 0;
-    value.foreach([&](unsigned int, const object&) {
+    value.foreach ([&](unsigned int, const object&) {
       ++count;
       return true;
     });
@@ -194,7 +202,7 @@ TEST(JsonParseLarge, MillionKeysInOneDictionary) {
 
   std::size_t count = 0;
   bool in_order = true;
-  value.foreach([&](const std::wstring& key, const object&) {
+  value.foreach ([&](const std::wstring& key, const object&) {
     in_order = in_order && key == L"k" + std::to_wstring(count);
     ++count;
     return true;
@@ -208,12 +216,13 @@ TEST(JsonParseLarge, MillionKeysInOneDictionary) {
 
   // Read over: the keys that are there are found, new ones appended.
   std::wstring over = L"{";
-  for (std::size_t i = 0; i < kKeys; i += 10) over.append(L"\"k").append(std::to_wstring(i)).append(L"\":true,");
+  for (std::size_t i = 0; i < kKeys; i += 10)
+    over.append(L"\"k").append(std::to_wstring(i)).append(L"\":true,");
   over += L"\"new\":null,\"k1\":false}";
   ASSERT_FALSE(value.parse(over));
   count = 0;
   std::size_t trues = 0;
-  value.foreach([&](const std::wstring&, const object& v) {
+  value.foreach ([&](const std::wstring&, const object& v) {
     ++count;
     trues += v.as_bool(false);
     return true;
@@ -234,7 +243,8 @@ TEST(JsonParseLarge, EachDictionaryStartsItsOwnKeyIndex) {
   for (std::size_t d = 0; d < std::size(counts); ++d) {
     const std::wstring prefix = L"\"" + std::wstring(1, static_cast<wchar_t>(L'a' + d));
     text += L"{";
-    for (std::size_t i = 0; i < counts[d]; ++i) text += prefix + std::to_wstring(i) + L"\":" + std::to_wstring(i) + L",";
+    for (std::size_t i = 0; i < counts[d]; ++i)
+      text += prefix + std::to_wstring(i) + L"\":" + std::to_wstring(i) + L",";
     // The first key again, read over its value.
     text += prefix + L"0\":-1},";
   }
@@ -246,7 +256,7 @@ TEST(JsonParseLarge, EachDictionaryStartsItsOwnKeyIndex) {
     const auto index = static_cast<unsigned int>(d);
     const std::wstring letter(1, static_cast<wchar_t>(L'a' + d));
     std::size_t count = 0;
-    value(index).foreach([&](const std::wstring&, const object&) {
+    value(index).foreach ([&](const std::wstring&, const object&) {
       ++count;
       return true;
     });
@@ -262,7 +272,8 @@ TEST(JsonTextLarge, TenMegabyteTexts) {
   const std::wstring digits = L"9" + repeat(L"0", kLong);
   const std::wstring text = digits + L"E7";
   std::wstring number;
-  const std::size_t held = peak_bytes_during([&] { number = json::functions::wstring_to_number_wstring(text); });
+  const std::size_t held =
+      peak_bytes_during([&] { number = json::functions::wstring_to_number_wstring(text); });
   EXPECT_EQ(number, digits + L"e+7");
   EXPECT_LE(held, 4 * bytes_of(text));
   EXPECT_THROW(json::functions::wstring_to_number_wstring(digits + L"x"), std::invalid_argument);

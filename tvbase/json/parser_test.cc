@@ -92,7 +92,8 @@ TEST(JsonParse, CountsColumnsInUtf16Units) {
   check_errors({
       // A character outside the basic plane is two units, paired or not.
       {L"\"\xD83D\xDE00\" x", 1, 6, kEof, L"\"\xD83D\xDE00\""},
-      {L"[\"\xD83D\", \"\xDE00\xD83D\xDE00\"]x", 1, 13, kEof, L"[\"\xD83D\",\"\xDE00\xD83D\xDE00\"]"},
+      {L"[\"\xD83D\", \"\xDE00\xD83D\xDE00\"]x", 1, 13, kEof,
+       L"[\"\xD83D\",\"\xDE00\xD83D\xDE00\"]"},
       {L"\"\x00E9\"x", 1, 4, kEof, L"\"\x00E9\""},
       // A carriage return is a plain unit; only a line feed starts a line.
       {L"[1,\r\n 2,\r\n x]", 3, 2, kChar, L"[1,2,null]"},
@@ -315,26 +316,16 @@ TEST(JsonNumberText, AcceptsExactlyOneNumber) {
     const wchar_t* normal;  // nullptr: refused
   };
   const row rows[] = {
-      {L"0", L"0"},
-      {L"-0.50", L"-0.50"},
-      {L"1E5", L"1e+5"},
-      {L"1e5", L"1e+5"},
-      {L"1E-5", L"1e-5"},
-      {L"12345678901234567890123", L"12345678901234567890123"},
-      {L"", nullptr},
-      {L" 1", nullptr},
-      {L"1 ", nullptr},
-      {L"+1", nullptr},
-      {L".5", nullptr},
-      {L"1.", nullptr},
-      {L"1e", nullptr},
-      {L"01", nullptr},
-      {L"0x10", nullptr},
-      {L"inf", nullptr},
-      {L"nan", nullptr},
-      {L"-", nullptr},
-      {L"1.5.2", nullptr},
-      {L"\"1\"", nullptr},
+      {L"0", L"0"},        {L"-0.50", L"-0.50"},
+      {L"1E5", L"1e+5"},   {L"1e5", L"1e+5"},
+      {L"1E-5", L"1e-5"},  {L"12345678901234567890123", L"12345678901234567890123"},
+      {L"", nullptr},      {L" 1", nullptr},
+      {L"1 ", nullptr},    {L"+1", nullptr},
+      {L".5", nullptr},    {L"1.", nullptr},
+      {L"1e", nullptr},    {L"01", nullptr},
+      {L"0x10", nullptr},  {L"inf", nullptr},
+      {L"nan", nullptr},   {L"-", nullptr},
+      {L"1.5.2", nullptr}, {L"\"1\"", nullptr},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(shown(r.text));

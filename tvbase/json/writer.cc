@@ -28,10 +28,14 @@ constexpr std::size_t kPopulateBytes = std::size_t{1} << 20;
 // anything; every other value acts as minimal.
 int extra_units(std::uint32_t u, strategy_t strategy) noexcept {
   switch (u) {
-    case 0x08: case 0x09: case 0x0A: case 0x0C: case 0x0D: case 0x22: case 0x5C:
-      return 1;
-    default:
-      break;
+    case 0x08:
+    case 0x09:
+    case 0x0A:
+    case 0x0C:
+    case 0x0D:
+    case 0x22:
+    case 0x5C: return 1;
+    default: break;
   }
   if (u < 0x20) return 5;
   if (strategy == strategy_t::surrogates) return u >= 0xD800 && u <= 0xDFFF ? 5 : 0;
@@ -85,7 +89,8 @@ void put_escaped_text(Sink& sink, std::wstring_view text, strategy_t strategy) {
     if (p == end) break;
     const std::uint32_t u = unit(*p++);
     wchar_t escaped[6];
-    sink.put(escaped, static_cast<std::size_t>(write_escape(escaped, u, extra_units(u, strategy)) - escaped));
+    sink.put(escaped, static_cast<std::size_t>(write_escape(escaped, u, extra_units(u, strategy)) -
+                                               escaped));
   }
 }
 
@@ -101,7 +106,8 @@ class size_counter {
   void put_escaped(std::wstring_view text) {
     size_ += text.size();
     for (const wchar_t c : text) {
-      if (!plain(unit(c), strategy_)) size_ += static_cast<std::size_t>(extra_units(unit(c), strategy_));
+      if (!plain(unit(c), strategy_))
+        size_ += static_cast<std::size_t>(extra_units(unit(c), strategy_));
     }
   }
   std::size_t size() const { return size_; }

@@ -109,7 +109,7 @@ std::size_t encode_utf8(char32_t c, char* out) {
 // characters, for each one substituted. So the input goes in slices, short
 // behind a substitution and doubling while none comes, which bounds that
 // cost by what the slices before have converted.
-constexpr std::size_t kFirstSlice = 16;    // code points
+constexpr std::size_t kFirstSlice = 16;  // code points
 constexpr std::size_t kLongestSlice = 4096;
 
 bool convert_with_iconv(std::wstring_view text, const char* name, std::string_view substitute,
@@ -142,7 +142,8 @@ bool convert_with_iconv(std::wstring_view text, const char* name, std::string_vi
       // A character that the code page lacks: substitute it and go on. The
       // buffer grows as for E2BIG, by doubling, so that a text of many such
       // characters costs linear time and memory.
-      if (out.size() - written < substitute.size()) out.resize(std::max(out.size() * 2, written + substitute.size()));
+      if (out.size() - written < substitute.size())
+        out.resize(std::max(out.size() * 2, written + substitute.size()));
       std::memcpy(out.data() + written, substitute.data(), substitute.size());
       written += substitute.size();
       in += sizeof(char32_t);
@@ -181,15 +182,19 @@ std::wstring default_to_wide(std::string_view text) {
     // Length, smallest code point and lead bits of a well-formed sequence.
     std::size_t length = 0;
     char32_t c = 0, least = 0;
-    if (b >= 0xC2 && b <= 0xDF) length = 2, c = b & 0x1F, least = 0x80;
-    else if (b >= 0xE0 && b <= 0xEF) length = 3, c = b & 0x0F, least = 0x800;
-    else if (b >= 0xF0 && b <= 0xF4) length = 4, c = b & 0x07, least = 0x10000;
+    if (b >= 0xC2 && b <= 0xDF)
+      length = 2, c = b & 0x1F, least = 0x80;
+    else if (b >= 0xE0 && b <= 0xEF)
+      length = 3, c = b & 0x0F, least = 0x800;
+    else if (b >= 0xF0 && b <= 0xF4)
+      length = 4, c = b & 0x07, least = 0x10000;
     std::size_t taken = 1;
     while (length != 0 && taken < length && p + taken < end && (p[taken] & 0xC0) == 0x80) {
       c = (c << 6) | (p[taken] & 0x3F);
       ++taken;
     }
-    if (length == 0 || taken < length || c < least || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
+    if (length == 0 || taken < length || c < least || c > 0x10FFFF ||
+        (c >= 0xD800 && c <= 0xDFFF)) {
       out.push_back(static_cast<wchar_t>(0xFFFD));
       p += 1;
       continue;
@@ -212,8 +217,10 @@ bool wide_to_code_page(std::wstring_view text, unsigned int code_page, std::stri
     for_each_code_point(text, [&](char32_t c) {
       char bytes[4];
       const std::size_t n = encode_utf8(c, bytes);
-      if (n == 0) out.append(substitute);
-      else out.append(bytes, n);
+      if (n == 0)
+        out.append(substitute);
+      else
+        out.append(bytes, n);
     });
     return true;
   }
@@ -221,8 +228,10 @@ bool wide_to_code_page(std::wstring_view text, unsigned int code_page, std::stri
     const char32_t highest = code_page == kLatin1 ? 0xFF : 0x7F;
     out.reserve(out.size() + text.size());
     for_each_code_point(text, [&](char32_t c) {
-      if (c <= highest) out.push_back(static_cast<char>(c));
-      else out.append(substitute);
+      if (c <= highest)
+        out.push_back(static_cast<char>(c));
+      else
+        out.append(substitute);
     });
     return true;
   }

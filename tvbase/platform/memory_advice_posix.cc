@@ -16,7 +16,8 @@ namespace platform {
 namespace {
 
 // The whole pages of `unit` bytes inside [buffer, buffer + size).
-bool inner_pages(void* buffer, std::size_t size, std::uintptr_t unit, void*& start, std::size_t& length) {
+bool inner_pages(void* buffer, std::size_t size, std::uintptr_t unit, void*& start,
+                 std::size_t& length) {
   const auto begin = reinterpret_cast<std::uintptr_t>(buffer);
   const std::uintptr_t first = (begin + unit - 1) & ~(unit - 1);
   const std::uintptr_t end = (begin + size) & ~(unit - 1);
@@ -63,9 +64,10 @@ bool parse_mapping(std::string_view line, mapping& m) {
   const std::string_view device = next_field(line);
   const std::string_view inode = next_field(line);
   const std::size_t start = line.find_first_not_of(' ');
-  const std::string_view name = start == std::string_view::npos ? std::string_view() : line.substr(start);
-  m.private_anonymous = perms.size() == 4 && perms[0] == 'r' && perms[1] == 'w' && perms[3] == 'p' &&
-                        device == "00:00" && inode == "0" &&
+  const std::string_view name =
+      start == std::string_view::npos ? std::string_view() : line.substr(start);
+  m.private_anonymous = perms.size() == 4 && perms[0] == 'r' && perms[1] == 'w' &&
+                        perms[3] == 'p' && device == "00:00" && inode == "0" &&
                         (name.empty() || name == "[heap]" || name.starts_with("[anon:"));
   return perms.size() == 4;
 }
@@ -74,7 +76,8 @@ bool parse_mapping(std::string_view line, mapping& m) {
 // tells, into `pieces`. Gives their number, or 0 where a part of the range
 // is not private anonymous memory that can be read and written, or where it
 // takes more than `most` mappings.
-std::size_t private_anonymous_pieces(std::uintptr_t begin, std::uintptr_t end, mapping* pieces, std::size_t most) {
+std::size_t private_anonymous_pieces(std::uintptr_t begin, std::uintptr_t end, mapping* pieces,
+                                     std::size_t most) {
   const int fd = ::open("/proc/self/maps", O_RDONLY | O_CLOEXEC);
   if (fd < 0) return 0;
   char buffer[8192];
@@ -89,7 +92,8 @@ std::size_t private_anonymous_pieces(std::uintptr_t begin, std::uintptr_t end, m
     held += static_cast<std::size_t>(got);
     std::size_t used = 0;
     while (covered < end && !failed) {
-      const auto* line_end = static_cast<const char*>(std::memchr(buffer + used, '\n', held - used));
+      const auto* line_end =
+          static_cast<const char*>(std::memchr(buffer + used, '\n', held - used));
       if (line_end == nullptr) break;
       mapping m;
       failed = !parse_mapping(std::string_view(buffer + used, line_end), m);
@@ -126,7 +130,8 @@ void populate_pages(void* buffer, std::size_t size) noexcept {
 #ifdef MADV_POPULATE_WRITE
   void* start;
   std::size_t length;
-  if (inner_pages(buffer, size, page_size(), start, length)) madvise(start, length, MADV_POPULATE_WRITE);
+  if (inner_pages(buffer, size, page_size(), start, length))
+    madvise(start, length, MADV_POPULATE_WRITE);
 #else
   static_cast<void>(buffer);
   static_cast<void>(size);
@@ -155,7 +160,8 @@ bool move_pages(void* to, void* from, std::size_t size) noexcept {
   auto* const landing = static_cast<unsigned char*>(to);
   const auto first = reinterpret_cast<std::uintptr_t>(inner);
   const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(landing) - source;  // modulo 2^64
-  if (private_anonymous_pieces(first + offset, first + length + offset, pieces, kMostPieces) == 0) return false;
+  if (private_anonymous_pieces(first + offset, first + length + offset, pieces, kMostPieces) == 0)
+    return false;
   const std::size_t count = private_anonymous_pieces(first, first + length, pieces, kMostPieces);
   if (count == 0) return false;
   auto* const from_bytes = static_cast<unsigned char*>(from);
@@ -163,14 +169,14 @@ bool move_pages(void* to, void* from, std::size_t size) noexcept {
   for (std::size_t i = 0; i < count && moved < first + length; ++i) {
     const std::size_t part = std::min(pieces[i].end, first + length) - moved;
     void* const place = reinterpret_cast<void*>(moved + offset);
-    if (mremap(reinterpret_cast<void*>(moved), part, part, MREMAP_MAYMOVE | MREMAP_FIXED | MREMAP_DONTUNMAP,
-               place) == MAP_FAILED) {
+    if (mremap(reinterpret_cast<void*>(moved), part, part,
+               MREMAP_MAYMOVE | MREMAP_FIXED | MREMAP_DONTUNMAP, place) == MAP_FAILED) {
       // The kernel may have taken the target's pages away before it failed:
       // put fresh ones back, and copy what is left. Where the target is
       // still mapped, the mapping finds it so and does nothing; a hole it
       // cannot fill leaves memory that is no longer ours to mend.
-      if (mmap(place, part, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0) ==
-              MAP_FAILED &&
+      if (mmap(place, part, PROT_READ | PROT_WRITE,
+               MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0) == MAP_FAILED &&
           errno != EEXIST) {
         std::abort();
       }

@@ -45,7 +45,8 @@ bool variant_time_to_calendar(double date, calendar_time& out) noexcept {
     seconds -= 86400;
     ++days;
   }
-  if (days < static_cast<std::int64_t>(kFirst) || days >= static_cast<std::int64_t>(kLast)) return false;
+  if (days < static_cast<std::int64_t>(kFirst) || days >= static_cast<std::int64_t>(kLast))
+    return false;
   civil_from_days(days + kEpoch, out);
   out.hour = static_cast<int>(seconds / 3600);
   out.minute = static_cast<int>(seconds / 60 % 60);

@@ -8,6 +8,7 @@
 
 #if defined(_WIN32)
 #include <windows.h>
+
 #include <oaidl.h>
 #else
 

@@ -25,7 +25,8 @@ class GuardedPage : public testing::Test {
  protected:
   void SetUp() override {
     page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    void* map = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* map =
+        mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(map, MAP_FAILED);
     base_ = static_cast<char*>(map);
     ASSERT_EQ(mprotect(base_ + page_, page_, PROT_NONE), 0);
@@ -45,16 +46,17 @@ TEST_F(GuardedPage, AnswersForRangesAroundTheGuard) {
   EXPECT_TRUE(platform::is_readable(end(), 0)) << "nothing asked, nothing read";
   EXPECT_FALSE(platform::is_readable(nullptr, 1));
   EXPECT_TRUE(platform::is_readable(nullptr, 0));
-  EXPECT_FALSE(platform::is_readable(reinterpret_cast<void*>(~std::uintptr_t{0} - 2), 8)) << "wraps";
+  EXPECT_FALSE(platform::is_readable(reinterpret_cast<void*>(~std::uintptr_t{0} - 2), 8))
+      << "wraps";
 }
 
 // A batch gets the answers that one question at a time gets, whatever the
 // order of good and bad ranges.
 TEST_F(GuardedPage, AnswersABatchAsOneByOne) {
   const std::vector<std::pair<const void*, std::size_t>> questions = {
-      {base_, 8},          {end(), 1},      {end() - 4, 4},   {end() - 4, 5}, {nullptr, 1},
-      {nullptr, 0},        {end(), 0},      {base_, page_},   {base_, page_ + 1},
-      {base_ + 1, page_},  {end() - 1, 1},  {&kPageProbe, 1}, {end(), 8},     {base_ + 100, 16},
+      {base_, 8},     {end(), 1},       {end() - 4, 4}, {end() - 4, 5},     {nullptr, 1},
+      {nullptr, 0},   {end(), 0},       {base_, page_}, {base_, page_ + 1}, {base_ + 1, page_},
+      {end() - 1, 1}, {&kPageProbe, 1}, {end(), 8},     {base_ + 100, 16},
   };
   // Every rotation, so that each range comes first, last and after a bad one.
   for (std::size_t shift = 0; shift < questions.size(); ++shift) {
@@ -133,8 +135,8 @@ TEST(MovePages, MovesWholePagesOfPrivateAnonymousMemoryOnly) {
     void* map = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (map == MAP_FAILED) return false;
     auto* base = static_cast<char*>(map);
-    const bool moves = mremap(base, page, page, MREMAP_MAYMOVE | MREMAP_FIXED | MREMAP_DONTUNMAP, base + page) !=
-                       MAP_FAILED;
+    const bool moves = mremap(base, page, page, MREMAP_MAYMOVE | MREMAP_FIXED | MREMAP_DONTUNMAP,
+                              base + page) != MAP_FAILED;
     munmap(map, 2 * page);
     return moves;
   }();
@@ -147,29 +149,34 @@ TEST(MovePages, MovesWholePagesOfPrivateAnonymousMemoryOnly) {
     FILE* file = tmpfile();
     if (file == nullptr) return static_cast<unsigned char*>(nullptr);
     const bool sized = ftruncate(fileno(file), static_cast<off_t>(span)) == 0;
-    void* map = sized ? mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE, fileno(file), 0) : MAP_FAILED;
+    void* map = sized ? mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE, fileno(file), 0)
+                      : MAP_FAILED;
     fclose(file);
     return map == MAP_FAILED ? nullptr : static_cast<unsigned char*>(map);
   };
   struct row {
     const char* what;
     std::function<unsigned char*()> source_map;
-    std::size_t from, to, size;  // offsets into the two mappings, and the length
+    std::size_t from, to, size;                   // offsets into the two mappings, and the length
     std::function<void(unsigned char*)> prepare;  // of the source mapping
     bool moves;
   };
   const row rows[] = {
-      {"alike within a page", [&] { return anonymous(MAP_PRIVATE); }, 100, 2 * page + 100, 20 * page + 7, nullptr,
-       true},
-      {"page-aligned, whole pages only", [&] { return anonymous(MAP_PRIVATE); }, page, 3 * page, 8 * page, nullptr,
-       true},
+      {"alike within a page", [&] { return anonymous(MAP_PRIVATE); }, 100, 2 * page + 100,
+       20 * page + 7, nullptr, true},
+      {"page-aligned, whole pages only", [&] { return anonymous(MAP_PRIVATE); }, page, 3 * page,
+       8 * page, nullptr, true},
       {"a source of two mappings", [&] { return anonymous(MAP_PRIVATE); }, 100, 100, 40 * page,
-       [&](unsigned char* map) { ASSERT_EQ(madvise(map + 10 * page, 10 * page, MADV_DONTFORK), 0); }, true},
-      {"elsewhere within a page", [&] { return anonymous(MAP_PRIVATE); }, 100, 2 * page + 116, 20 * page, nullptr,
-       false},
+       [&](unsigned char* map) {
+         ASSERT_EQ(madvise(map + 10 * page, 10 * page, MADV_DONTFORK), 0);
+       },
+       true},
+      {"elsewhere within a page", [&] { return anonymous(MAP_PRIVATE); }, 100, 2 * page + 116,
+       20 * page, nullptr, false},
       {"shared memory", [&] { return anonymous(MAP_SHARED); }, 100, 100, 20 * page, nullptr, false},
       {"a file's pages", file_backed, 100, 100, 20 * page, nullptr, false},
-      {"less than a whole page", [&] { return anonymous(MAP_PRIVATE); }, 100, 100, page, nullptr, false},
+      {"less than a whole page", [&] { return anonymous(MAP_PRIVATE); }, 100, 100, page, nullptr,
+       false},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.what);
@@ -179,14 +186,16 @@ TEST(MovePages, MovesWholePagesOfPrivateAnonymousMemoryOnly) {
     ASSERT_NE(target, nullptr);
     if (r.prepare) r.prepare(source);
     std::vector<unsigned char> bytes(r.size);
-    for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(i * 7 + i / page);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+      bytes[i] = static_cast<unsigned char>(i * 7 + i / page);
     std::memcpy(source + r.from, bytes.data(), bytes.size());
     std::memset(target, 0xEE, span);
 
     const bool moved = platform::move_pages(target + r.to, source + r.from, r.size);
     EXPECT_EQ(moved, r.moves);
     if (moved) {
-      EXPECT_EQ(std::memcmp(target + r.to, bytes.data(), r.size), 0) << "the target holds the bytes";
+      EXPECT_EQ(std::memcmp(target + r.to, bytes.data(), r.size), 0)
+          << "the target holds the bytes";
       EXPECT_EQ(target[r.to - 1], 0xEE) << "nothing before the target";
       EXPECT_EQ(target[r.to + r.size], 0xEE) << "nothing after it";
       const std::size_t first_whole = (r.from + page - 1) / page * page;
@@ -214,7 +223,7 @@ TEST(OleTime, ConvertsAutomationDates) {
       {61.0, true, {1900, 3, 1, 0, 0, 0}},
       {36526.5, true, {2000, 1, 1, 12, 0, 0}},
       {46056.3785069444, true, {2026, 2, 3, 9, 5, 3}},
-      {-1.25, true, {1899, 12, 29, 6, 0, 0}},   // the fraction counts forward from the day
+      {-1.25, true, {1899, 12, 29, 6, 0, 0}},  // the fraction counts forward from the day
       {-0.25, true, {1899, 12, 30, 6, 0, 0}},
       {0.5 / 86400.0 + 1e-9, true, {1899, 12, 30, 0, 0, 1}},  // rounded to the second
       {1.0 - 0.1 / 86400.0, true, {1899, 12, 31, 0, 0, 0}},   // rounds up to the next day

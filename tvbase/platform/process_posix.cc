@@ -68,7 +68,12 @@ local_time now() noexcept {
     t_time.second = clock.tv_sec;
   }
   const struct tm& f = t_time.fields;
-  return {f.tm_year + 1900, f.tm_mon + 1, f.tm_mday, f.tm_hour, f.tm_min, f.tm_sec,
+  return {f.tm_year + 1900,
+          f.tm_mon + 1,
+          f.tm_mday,
+          f.tm_hour,
+          f.tm_min,
+          f.tm_sec,
           static_cast<int>(clock.tv_nsec / 1000000)};
 }
 

@@ -24,8 +24,9 @@ std::atomic<pid_t> g_own_pid{0};
 pid_t own_pid() noexcept {
   pid_t pid = g_own_pid.load(std::memory_order_relaxed);
   if (pid == 0) {
-    static const bool watching_forks =
-        pthread_atfork(nullptr, nullptr, [] { g_own_pid.store(getpid(), std::memory_order_relaxed); }) == 0;
+    static const bool watching_forks = pthread_atfork(nullptr, nullptr, [] {
+                                         g_own_pid.store(getpid(), std::memory_order_relaxed);
+                                       }) == 0;
     pid = getpid();
     if (watching_forks) g_own_pid.store(pid, std::memory_order_relaxed);
   }
@@ -120,7 +121,8 @@ void check_readable(readable_range* ranges, std::size_t count) noexcept {
     }
     ssize_t got = process_vm_readv(own_pid(), local, n, remote, n, 0);
     if (got < 0 && (errno == ENOSYS || errno == EPERM)) {
-      for (std::size_t i = 0; i < n; ++i) ranges[asked[i]].readable = is_readable(remote[i].iov_base, remote[i].iov_len);
+      for (std::size_t i = 0; i < n; ++i)
+        ranges[asked[i]].readable = is_readable(remote[i].iov_base, remote[i].iov_len);
       first = end;
       continue;
     }
@@ -144,7 +146,11 @@ std::size_t bytes_to_page_end(const void* address) noexcept {
   return to_page_end(reinterpret_cast<std::uintptr_t>(address));
 }
 
-bool is_readable_text(const char* text, std::size_t& length) noexcept { return readable_text(text, length); }
-bool is_readable_text(const wchar_t* text, std::size_t& length) noexcept { return readable_text(text, length); }
+bool is_readable_text(const char* text, std::size_t& length) noexcept {
+  return readable_text(text, length);
+}
+bool is_readable_text(const wchar_t* text, std::size_t& length) noexcept {
+  return readable_text(text, length);
+}
 
 }  // namespace platform

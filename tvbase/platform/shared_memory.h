@@ -33,9 +33,9 @@ struct shared_memory {
   int object = -1;  // the object's descriptor, which holds the shared lock
 };
 
-// Maps the block called `name` (a name such as "/tvbase-shared") of `size` bytes, creating it zero-filled if need be. Gives a
-// block with null `data` if the object can't be had, or if another process
-// holds it at a different size.
+// Maps the block called `name` (a name such as "/tvbase-shared") of `size` bytes, creating it
+// zero-filled if need be. Gives a block with null `data` if the object can't be had, or if another
+// process holds it at a different size.
 shared_memory map_shared_memory(const char* name, std::size_t size) noexcept;
 
 // Lets go of the block, removing or zero-filling it if this was the last

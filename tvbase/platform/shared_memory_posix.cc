@@ -101,7 +101,8 @@ void rejoin_shared_memory(shared_memory& block, const char* name) noexcept {
   if (block.data == nullptr) return;
   const int fd = open_guarded(name, 0);
   if (fd < 0) return;
-  struct stat mine {}, inherited {};
+  struct stat mine {
+  }, inherited{};
   if (::fstat(fd, &mine) != 0 || ::fstat(block.object, &inherited) != 0 ||
       mine.st_dev != inherited.st_dev || mine.st_ino != inherited.st_ino ||
       flock_retry(fd, LOCK_SH) != 0) {

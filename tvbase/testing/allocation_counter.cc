@@ -49,7 +49,9 @@ std::size_t live_bytes() { return live.load(std::memory_order_relaxed); }
 
 std::size_t peak_bytes() { return peak.load(std::memory_order_relaxed); }
 
-void reset_peak_bytes() { peak.store(live.load(std::memory_order_relaxed), std::memory_order_relaxed); }
+void reset_peak_bytes() {
+  peak.store(live.load(std::memory_order_relaxed), std::memory_order_relaxed);
+}
 
 bool allocations_counted() {
   // valgrind preloads its own operator new, which takes most calls away

@@ -21,11 +21,15 @@ constexpr std::array<encoding, 256> kEncoding = [] {
   constexpr char hex[] = "0123456789ABCDEF";
   std::array<encoding, 256> table{};
   for (int b = 0; b < 256; ++b) {
-    const bool kept = (b >= 'A' && b <= 'Z') || (b >= 'a' && b <= 'z') || (b >= '0' && b <= '9') ||
-                      std::string_view("!$'()*,-._").find(static_cast<char>(b)) != std::string_view::npos;
-    if (kept) table[b] = {{static_cast<char>(b)}, 1};
-    else if (b == ' ') table[b] = {{'+'}, 1};
-    else table[b] = {{'%', hex[b >> 4], hex[b & 0x0F]}, 3};
+    const bool kept =
+        (b >= 'A' && b <= 'Z') || (b >= 'a' && b <= 'z') || (b >= '0' && b <= '9') ||
+        std::string_view("!$'()*,-._").find(static_cast<char>(b)) != std::string_view::npos;
+    if (kept)
+      table[b] = {{static_cast<char>(b)}, 1};
+    else if (b == ' ')
+      table[b] = {{'+'}, 1};
+    else
+      table[b] = {{'%', hex[b >> 4], hex[b & 0x0F]}, 3};
   }
   return table;
 }();

@@ -57,7 +57,8 @@ TEST(UrlEncodeLarge, TenMegabyteNarrowTexts) {
     SCOPED_TRACE(r.name);
     const std::string text = repeat(r.piece, kBytes);
     std::string encoded;
-    const std::size_t held = peak_bytes_during([&] { encoded = convert::url_encode(text, r.code_page); });
+    const std::size_t held =
+        peak_bytes_during([&] { encoded = convert::url_encode(text, r.code_page); });
     EXPECT_TRUE(encoded == repeat_encoded(r.encoded, text.size() / r.piece.size()))
         << "encoded to " << encoded.size() << " bytes: " << encoded.substr(0, 32);
     EXPECT_LE(held, kNarrowMemory * text.size());
@@ -88,7 +89,8 @@ TEST(UrlEncodeLarge, TenMegabyteWideTexts) {
     SCOPED_TRACE(r.name);
     const std::wstring text = repeat(r.piece, kBytes);
     std::string encoded;
-    const std::size_t held = peak_bytes_during([&] { encoded = convert::url_encode(text, r.code_page); });
+    const std::size_t held =
+        peak_bytes_during([&] { encoded = convert::url_encode(text, r.code_page); });
     EXPECT_TRUE(encoded == repeat_encoded(r.encoded, text.size() / r.piece.size()))
         << "encoded to " << encoded.size() << " bytes: " << encoded.substr(0, 32);
     EXPECT_LE(held, kWideMemory * text.size() * sizeof(wchar_t));

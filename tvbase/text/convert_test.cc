@@ -26,14 +26,14 @@ TEST(UrlEncode, EncodesNarrowText) {
       {std::string("a\0b", 3), 0, "a%00b"},
       {"\x7F\n", 0, "%7F%0A"},
       {"\"#<>[\\]^`{|}:;@", 0, "%22%23%3C%3E%5B%5C%5D%5E%60%7B%7C%7D%3A%3B%40"},
-      {"\xC3\xA9", 0, "%C3%A9"},              // bytes as they are
-      {"\xC3\xA9", 28591, "%E9"},             // read as UTF-8, recoded to Latin-1
+      {"\xC3\xA9", 0, "%C3%A9"},   // bytes as they are
+      {"\xC3\xA9", 28591, "%E9"},  // read as UTF-8, recoded to Latin-1
       {"\xC3\xA9", 65001, "%C3%A9"},
-      {"\xE2\x82\xAC", 1252, "%80"},           // the euro sign in Windows-1252
-      {"\xE2\x82\xAC", 28591, "%3F"},          // lacking in Latin-1
+      {"\xE2\x82\xAC", 1252, "%80"},   // the euro sign in Windows-1252
+      {"\xE2\x82\xAC", 28591, "%3F"},  // lacking in Latin-1
       {"\xE2\x82\xAC", 20127, "%3F"},
-      {"\xFF", 65001, "%EF%BF%BD"},           // malformed UTF-8 reads as U+FFFD
-      {"x", 12345, ""},                        // unknown code page
+      {"\xFF", 65001, "%EF%BF%BD"},  // malformed UTF-8 reads as U+FFFD
+      {"x", 12345, ""},              // unknown code page
   };
   for (const narrow_row& r : rows) {
     SCOPED_TRACE(r.text + " / " + std::to_string(r.code_page));
@@ -58,12 +58,14 @@ TEST(UrlEncode, ConvertsWideTextToTheCodePageFirst) {
       {L"\u00E9", 1252, "%E9"},
       {L"\u20AC", 28591, "%3F"},
       {L"\u20AC", 1252, "%80"},
-      {L"\u0436", 1251, "%E6"},               // through iconv
+      {L"\u0436", 1251, "%E6"},  // through iconv
       {L"\u0436", 20866, "%D6"},
       {L"\u65E5", 932, "%93%FA"},
       {L"\xD83D\xDE00", 65001, "%F0%9F%98%80"},  // a surrogate pair is one character
-      {L"\xD83D", 65001, "%3F"},              // an unpaired surrogate
-      {L"a\xDE00" L"b", 28591, "a%3Fb"},
+      {L"\xD83D", 65001, "%3F"},                 // an unpaired surrogate
+      {L"a\xDE00"
+       L"b",
+       28591, "a%3Fb"},
       {L"\xD83D\xDE00", 28591, "%3F"},
       {std::wstring(L"a\0b", 3), 0, "a%00b"},
       {L"x", 12345, ""},

@@ -38,15 +38,18 @@ bool engine<Char>::replace(view what, view with) {
   // sort by position, then length, would.
   const auto above_begin = [begin](std::size_t e) { return e <= begin; };
   std::size_t c = static_cast<std::size_t>(
-      std::partition_point(chunk_ends_.begin(), chunk_ends_.end(), above_begin) - chunk_ends_.begin());
+      std::partition_point(chunk_ends_.begin(), chunk_ends_.end(), above_begin) -
+      chunk_ends_.begin());
   std::size_t b;
   typename block::iterator at;
   if (c < chunks_.size()) {
     chunk& in = chunks_[c];
-    b = static_cast<std::size_t>(std::partition_point(in.ends.begin(), in.ends.end(), above_begin) - in.ends.begin());
+    b = static_cast<std::size_t>(std::partition_point(in.ends.begin(), in.ends.end(), above_begin) -
+                                 in.ends.begin());
     block& target = in.blocks[b];
-    at = std::partition_point(target.begin(), target.end(),
-                              [begin](const replacement& r) { return r.position + r.length <= begin; });
+    at = std::partition_point(target.begin(), target.end(), [begin](const replacement& r) {
+      return r.position + r.length <= begin;
+    });
     if (at->position < end) return false;
   } else {
     // Behind every recorded span: the common case of edits recorded in text
@@ -54,7 +57,8 @@ bool engine<Char>::replace(view what, view with) {
     // such a batch fills its blocks instead of leaving each half empty; so
     // is a full last chunk.
     if (chunks_.empty() || chunks_.back().blocks.back().size() >= 2 * kBlockSplit - 1) {
-      if (chunks_.empty() || chunks_.back().blocks.size() >= 2 * kChunkSplit - 1) new_chunk(chunks_.size());
+      if (chunks_.empty() || chunks_.back().blocks.size() >= 2 * kChunkSplit - 1)
+        new_chunk(chunks_.size());
       chunks_.back().blocks.push_back(new_block());
       chunks_.back().ends.push_back(0);
     }
@@ -155,7 +159,8 @@ std::basic_string<Char> engine<Char>::apply() {
     for (const block& b : in.blocks) {
       for (const replacement& r : b) {
         const Char* at = source_.data() + r.position;
-        result.append(read, static_cast<std::size_t>(at - read)).append(pool + r.text_offset, r.text_length);
+        result.append(read, static_cast<std::size_t>(at - read))
+            .append(pool + r.text_offset, r.text_length);
         read = at + r.length;
       }
     }

@@ -70,10 +70,10 @@ class TVBASE_EXPORT engine {
 
  private:
   struct replacement {
-    std::size_t position;      // offset of the replaced span in source_
-    std::uint32_t length;      // 0: an insertion before position
-    std::uint32_t text_offset; // where the new content begins in text_pool_
-    std::uint32_t text_length; // 0: a deletion
+    std::size_t position;       // offset of the replaced span in source_
+    std::uint32_t length;       // 0: an insertion before position
+    std::uint32_t text_offset;  // where the new content begins in text_pool_
+    std::uint32_t text_length;  // 0: a deletion
   };
   using block = std::vector<replacement>;
   // Consecutive blocks, with the highest span end of each.
@@ -95,7 +95,7 @@ class TVBASE_EXPORT engine {
   // number of edits as a single list of blocks would.
   std::vector<chunk> chunks_;
   std::vector<std::size_t> chunk_ends_;  // the highest span end of each chunk
-  std::vector<block> spare_;   // emptied blocks that keep their storage for the next batch
+  std::vector<block> spare_;  // emptied blocks that keep their storage for the next batch
   std::size_t size_ = 0;
   std::vector<Char> text_pool_;
 };

@@ -26,18 +26,36 @@ TEST(ReplaceEngine, FollowsTheCollisionRules) {
   const std::vector<row> rows = {
       {"order of recording does not matter", {{2, 2, "X"}, {0, 2, "YY"}}, {true, true}, "YYXef"},
       {"overlap refused", {{1, 2, "1"}, {2, 2, "2"}}, {true, false}, "a1def"},
-      {"touching spans accepted", {{0, 2, "1"}, {2, 2, "2"}, {1, 2, "3"}}, {true, true, false}, "12ef"},
+      {"touching spans accepted",
+       {{0, 2, "1"}, {2, 2, "2"}, {1, 2, "3"}},
+       {true, true, false},
+       "12ef"},
       {"insert at start and end", {{0, 0, "<"}, {6, 0, ">"}}, {true, true}, "<abcdef>"},
       {"insertions keep recording order", {{3, 0, "1"}, {3, 0, "2"}}, {true, true}, "abc12def"},
-      {"insertion before a replacement at its place", {{3, 2, "R"}, {3, 0, "I"}}, {true, true}, "abcIRf"},
+      {"insertion before a replacement at its place",
+       {{3, 2, "R"}, {3, 0, "I"}},
+       {true, true},
+       "abcIRf"},
       {"insertion inside a span refused", {{1, 3, "R"}, {2, 0, "I"}}, {true, false}, "aRef"},
-      {"insertion at span begin and end", {{1, 3, "R"}, {1, 0, "<"}, {4, 0, ">"}}, {true, true, true}, "a<R>ef"},
-      {"span over a recorded insertion refused", {{2, 0, "I"}, {1, 3, "R"}}, {true, false}, "abIcdef"},
-      {"span starting at a recorded insertion", {{2, 0, "I"}, {2, 2, "R"}, {0, 2, "L"}}, {true, true, true}, "LIRef"},
+      {"insertion at span begin and end",
+       {{1, 3, "R"}, {1, 0, "<"}, {4, 0, ">"}},
+       {true, true, true},
+       "a<R>ef"},
+      {"span over a recorded insertion refused",
+       {{2, 0, "I"}, {1, 3, "R"}},
+       {true, false},
+       "abIcdef"},
+      {"span starting at a recorded insertion",
+       {{2, 0, "I"}, {2, 2, "R"}, {0, 2, "L"}},
+       {true, true, true},
+       "LIRef"},
       {"span past the end refused", {{4, 3, "x"}, {6, 1, "y"}}, {false, false}, "abcdef"},
       {"erase", {{1, 4, ""}}, {true}, "af"},
       {"whole text", {{0, 6, "new"}, {0, 0, "+"}, {6, 0, "-"}}, {true, true, true}, "+new-"},
-      {"first recorded wins whatever the size", {{2, 1, "1"}, {0, 6, "big"}}, {true, false}, "ab1def"},
+      {"first recorded wins whatever the size",
+       {{2, 1, "1"}, {0, 6, "big"}},
+       {true, false},
+       "ab1def"},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.name);
@@ -56,7 +74,8 @@ TEST(ReplaceEngine, RefusesViewsOutsideTheText) {
   const std::string text = "abcdef";
   const std::string copy = text;
   replace_engine::engine<char> engine{text};
-  EXPECT_FALSE(engine.replace(std::string_view(copy).substr(1, 2), "x")) << "equal content elsewhere";
+  EXPECT_FALSE(engine.replace(std::string_view(copy).substr(1, 2), "x"))
+      << "equal content elsewhere";
   EXPECT_FALSE(engine.replace(std::string_view(), "x")) << "null view";
   EXPECT_FALSE(engine.replace(std::string_view(text.data() + 5, 2), "x")) << "runs past the end";
   EXPECT_EQ(engine.size(), 0u);
@@ -70,7 +89,8 @@ TEST(ReplaceEngine, CopiesNewContentAtOnceAndMayReadTheSource) {
     std::string temporary = "HELLO";
     ASSERT_TRUE(engine.replace(std::string_view(text).substr(0, 5), temporary));
   }
-  ASSERT_TRUE(engine.replace(std::string_view(text).substr(6, 5), std::string_view(text).substr(0, 5)));
+  ASSERT_TRUE(
+      engine.replace(std::string_view(text).substr(6, 5), std::string_view(text).substr(0, 5)));
   EXPECT_EQ(engine.apply(), "HELLO hello");
 }
 
@@ -100,7 +120,8 @@ TEST(ReplaceEngine, ResetStartsABatchOnANewText) {
   std::string second = engine.apply();
   engine.reset(second);
   ASSERT_TRUE(engine.replace(std::string_view(second).substr(2, 3), "2"));
-  ASSERT_FALSE(engine.replace(std::string_view(first).substr(4, 3), "x")) << "old text no longer the source";
+  ASSERT_FALSE(engine.replace(std::string_view(first).substr(4, 3), "x"))
+      << "old text no longer the source";
   EXPECT_EQ(engine.apply(), "1 2");
 }
 
@@ -120,7 +141,8 @@ TEST(ReplaceEngine, MatchesTheLinearModelOnRandomBatches) {
       const edit e{at, length, std::string(random() % 3, static_cast<char>('0' + i % 10))};
       const bool inside = at <= text.size() && length <= text.size() - at;
       const bool expected = model.replace(e);
-      const bool got = inside ? engine.replace(std::string_view(text.data() + at, length), e.with) : false;
+      const bool got =
+          inside ? engine.replace(std::string_view(text.data() + at, length), e.with) : false;
       ASSERT_EQ(got, expected) << "edit " << i << " at " << at << " length " << length;
     }
     EXPECT_EQ(engine.size(), model.edits.size());

@@ -66,7 +66,8 @@ std::tuple<std::unique_ptr<page>&, unsigned int> basic_string_stash<Char>::find_
 }
 
 template <typename Char>
-void basic_string_stash<Char>::insert_node(std::unique_ptr<page>& list, std::unique_ptr<page> node) {
+void basic_string_stash<Char>::insert_node(std::unique_ptr<page>& list,
+                                           std::unique_ptr<page> node) {
   node->next = std::move(list);
   list = std::move(node);
 }
@@ -120,7 +121,8 @@ basic_zstring_view<Char> basic_string_stash<Char>::store(const Char* text, unsig
     }
   } else {
     const unsigned int capacity = std::max(page_size_(next_page_size_, length), length);
-    const std::size_t wanted = sizeof(page) + std::max<std::size_t>(std::size_t{capacity} + 1, 128) * sizeof(Char);
+    const std::size_t wanted =
+        sizeof(page) + std::max<std::size_t>(std::size_t{capacity} + 1, 128) * sizeof(Char);
     const std::size_t bytes = (wanted + 7) & ~std::size_t{7};
     std::unique_ptr<page> fresh(new (bytes) page);
     target = fresh.get();

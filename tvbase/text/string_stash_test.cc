@@ -29,7 +29,9 @@ struct stash_inspector {
     return n;
   }
   static const void* first_free_area(Stash& s) { return s.free_->area(); }
-  static void set_policy(Stash& s, typename Stash::page_size_policy policy) { s.page_size_ = std::move(policy); }
+  static void set_policy(Stash& s, typename Stash::page_size_policy policy) {
+    s.page_size_ = std::move(policy);
+  }
 };
 
 namespace {
@@ -64,9 +66,9 @@ TEST(StringStash, RetiresAPageWithTooLittleRoomLeft) {
     std::size_t full_after;
   };
   const row rows[] = {
-      {515, {4}, 0},   // rest 4 reaches the minimum: the page stays free
-      {516, {}, 1},    // rest 3: straight to the full list
-      {519, {}, 1},    // rest 0
+      {515, {4}, 0},  // rest 4 reaches the minimum: the page stays free
+      {516, {}, 1},   // rest 3: straight to the full list
+      {519, {}, 1},   // rest 0
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.length);
@@ -99,7 +101,7 @@ TEST(StringStash, PicksTheFittingPageWithTheLeastRoom) {
   stash.store(std::string(519, 'b'));  // too big for 100: a new 520 page, rest 0, full
   stash.store(std::string(469, 'c'));  // the 100 page can't: new 520 page, 50 left
   EXPECT_EQ(inspect::free_counts(stash), (std::vector<std::uint32_t>{50, 100}));
-  stash.store(std::string(49, 'd'));   // fits both; goes to 50, leaves 0, retired
+  stash.store(std::string(49, 'd'));  // fits both; goes to 50, leaves 0, retired
   EXPECT_EQ(inspect::free_counts(stash), (std::vector<std::uint32_t>{100}));
   EXPECT_EQ(inspect::full_pages(stash), 2u);
 }
@@ -146,7 +148,8 @@ TEST(StringStash, WidePagesCountCharacters) {
 }
 
 TEST(StringStash, StoreThatFindsRoomDoesNotAllocate) {
-  if (!testing_support::allocations_counted()) GTEST_SKIP() << "operator new is not ours to count here";
+  if (!testing_support::allocations_counted())
+    GTEST_SKIP() << "operator new is not ours to count here";
   basic_string_stash<char> stash;
   stash.store("first");  // makes the page
   const long before = testing_support::allocations();

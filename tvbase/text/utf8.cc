@@ -28,11 +28,15 @@ bool is_continuation(unsigned char b) { return (b & 0xC0) == 0x80; }
 
 // The high bit of each byte that is zero or above 0x7F. Bytes above the
 // lowest such byte may be marked falsely; the lowest mark is always right.
-std::uint64_t zero_or_high(std::uint64_t word) { return (((word - kOnes) & ~word) | word) & kHighs; }
+std::uint64_t zero_or_high(std::uint64_t word) {
+  return (((word - kOnes) & ~word) | word) & kHighs;
+}
 
 // True if eight bytes at p lie in one page: such a read cannot fault, even
 // where it passes the text's zero.
-bool word_fits_page(const unsigned char* p) { return (reinterpret_cast<std::uintptr_t>(p) & 4095) <= 4096 - 8; }
+bool word_fits_page(const unsigned char* p) {
+  return (reinterpret_cast<std::uintptr_t>(p) & 4095) <= 4096 - 8;
+}
 
 // Bytes 1 to n of a 32-bit little-endian load.
 constexpr std::uint32_t kFollowMask[4] = {0, 0xFF00, 0xFFFF00, 0xFFFFFF00};
@@ -54,8 +58,7 @@ const unsigned char* check_bytewise(const unsigned char* p) {
 // are skipped at once, and a character's continuation bytes are tested
 // together. Those reads may look at bytes behind the zero, within the page,
 // so they are hidden from AddressSanitizer.
-__attribute__((no_sanitize("address")))
-bool TvxIsValidUtf8(const char* text) {
+__attribute__((no_sanitize("address"))) bool TvxIsValidUtf8(const char* text) {
   auto p = reinterpret_cast<const unsigned char*>(text);
   for (;;) {
     if (std::endian::native == std::endian::little && word_fits_page(p)) {

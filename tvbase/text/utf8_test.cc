@@ -17,9 +17,12 @@ bool naive_valid(const unsigned char* p) {
     int follow = 0;
     if (b >= 0x80 && b <= 0xBF) return false;
     if (b >= 0xF8) return false;
-    if (b >= 0xF0) follow = 3;
-    else if (b >= 0xE0) follow = 2;
-    else if (b >= 0xC0) follow = 1;
+    if (b >= 0xF0)
+      follow = 3;
+    else if (b >= 0xE0)
+      follow = 2;
+    else if (b >= 0xC0)
+      follow = 1;
     for (int i = 0; i < follow; ++i) {
       if ((*p++ & 0xC0) != 0x80) return false;
     }
@@ -38,21 +41,25 @@ TEST(IsValidUtf8, ChecksTheShapeOnly) {
       {"caf\xC3\xA9", true},
       {"\xE2\x82\xAC", true},
       {"\xF0\x9F\x98\x80", true},
-      {"\xC3", false},                 // the zero comes where a continuation is due
+      {"\xC3", false},  // the zero comes where a continuation is due
       {"\xE2\x82", false},
-      {"\x80" "abc", false},           // a continuation byte starts a character
+      {"\x80"
+       "abc",
+       false},  // a continuation byte starts a character
       {"a\xBF", false},
       {"\xF8\x88\x80\x80\x80", false},  // five- and six-byte forms
       {"\xFC\x84\x80\x80\x80\x80", false},
       {"\xFE", false},
       {"\xFF", false},
-      {"\xC0\x80", true},              // overlong forms pass
+      {"\xC0\x80", true},  // overlong forms pass
       {"\xC1\xBF", true},
-      {"\xED\xA0\x80", true},          // a surrogate code point passes
-      {"\xF4\x90\x80\x80", true},      // above U+10FFFF with four bytes
+      {"\xED\xA0\x80", true},      // a surrogate code point passes
+      {"\xF4\x90\x80\x80", true},  // above U+10FFFF with four bytes
       {"\xF7\xBF\xBF\xBF", true},
       {"\xC3\xA9\xC3", false},
-      {"\xE2\x82" "a", false},
+      {"\xE2\x82"
+       "a",
+       false},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.text);
@@ -64,8 +71,9 @@ TEST(IsValidUtf8, ChecksTheShapeOnly) {
 // starts, ends or breaks relative to an eight-byte boundary.
 TEST(IsValidUtf8, AgreesWithTheByteRuleAtEveryAlignment) {
   std::mt19937 random(7);
-  const std::vector<std::string> pieces = {"a", "abcdefgh", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80",
-                                           "\x80", "\xC3", "\xF8", "0123456789012345"};
+  const std::vector<std::string> pieces = {
+      "a",    "abcdefgh", "\xC3\xA9", "\xE2\x82\xAC",    "\xF0\x9F\x98\x80",
+      "\x80", "\xC3",     "\xF8",     "0123456789012345"};
   for (int round = 0; round < 20000; ++round) {
     std::string text(static_cast<std::size_t>(random() % 8), 'x');  // shifts the alignment
     const int count = static_cast<int>(random() % 12);

@@ -27,6 +27,7 @@ TvCrc& TvCrc::Add(const char* text) noexcept {
 
 TvCrc& TvCrc::Add(const void* data, unsigned int size) noexcept {
   const unsigned char* p = static_cast<const unsigned char*>(data);
-  for (unsigned int i = 0; i < size; ++i) running_ = (running_ >> 8) ^ kTable[(running_ ^ p[i]) & 0xFF];
+  for (unsigned int i = 0; i < size; ++i)
+    running_ = (running_ >> 8) ^ kTable[(running_ ^ p[i]) & 0xFF];
   return *this;
 }

@@ -64,8 +64,8 @@ class TVBASE_EXPORT TvFuncLog {
   // The memory that parameters of several pointer and structure forms read
   // is asked about in one request to the kernel before the line is built.
   template <typename... Args>
-    requires(sizeof...(Args) > 0)
-  TvFuncLog(const char* name, eLogFilter filter, const Args&... args) noexcept {
+  requires(sizeof...(Args) > 0) TvFuncLog(const char* name, eLogFilter filter, const Args&... args)
+  noexcept {
     if (EnterFunc(name, filter)) {
       WriteLogStartFunc();
       if constexpr ((int{AsksMemory<Args>()} + ...) >= 2) {
@@ -258,8 +258,9 @@ class TVBASE_EXPORT TvFuncLog {
       return std::is_arithmetic_v<P> || std::is_same_v<P, wchar_t*> || std::is_same_v<P, GUID> ||
              std::is_same_v<P, CREATESTRUCTA> || std::is_same_v<P, VARIANT>;
     } else {
-      return std::is_same_v<U, GUID> || std::is_same_v<U, CREATESTRUCTA> || std::is_same_v<U, VARIANT> ||
-             std::is_same_v<U, CharPtr> || std::is_same_v<U, WCharPtr> || std::is_same_v<U, OleDatePtr>;
+      return std::is_same_v<U, GUID> || std::is_same_v<U, CREATESTRUCTA> ||
+             std::is_same_v<U, VARIANT> || std::is_same_v<U, CharPtr> ||
+             std::is_same_v<U, WCharPtr> || std::is_same_v<U, OleDatePtr>;
     }
   }
   // The gathering pass: the forms note what they would read, write nothing,
@@ -281,11 +282,17 @@ class TVBASE_EXPORT TvFuncLog {
 // The forms of the wrapper classes above: '?' or 'c', L'c', bits(101),
 // hex(0000002a), DATE(dd/mm/yyyy hh:mm:ss); the pointer wrappers as the
 // pointer forms ("'?'", "L'?'", "DATE(?)" when unreadable).
-TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::CharPtr& value) noexcept;
-TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::WCharPtr& value) noexcept;
-TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::Flags& value) noexcept;
-TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::Hex& value) noexcept;
-TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::OleDate& value) noexcept;
-TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::OleDatePtr& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
+                                          const TvFuncLog::CharPtr& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
+                                          const TvFuncLog::WCharPtr& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
+                                          const TvFuncLog::Flags& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
+                                          const TvFuncLog::Hex& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
+                                          const TvFuncLog::OleDate& value) noexcept;
+TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
+                                          const TvFuncLog::OleDatePtr& value) noexcept;
 
 #endif  // TVBASE_TRACE_FUNC_LOG_H

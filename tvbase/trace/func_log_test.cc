@@ -123,40 +123,60 @@ TEST_F(TraceTest, LineLayouts) {
     std::function<void()> body;
     std::vector<std::string> expected;
   } rows[] = {
-      {"nested calls", true, true, Outer,
+      {"nested calls",
+       true,
+       true,
+       Outer,
        {" Outer(  )", "     Inner(  )", "         Inner: inside", "         Inner return",
         "     Outer: n=5", "     Outer return"}},
-      {"parameters", true, true,
+      {"parameters",
+       true,
+       true,
        [] { TvFuncLog log("F", TvFuncLog::eLogFilter0, Item{"a"}, Number{2}, Item{"c"}); },
        {" F( a, int(2), c )", "     F return"}},
-      {"one parameter", true, true, [] { TvFuncLog log("F", TvFuncLog::eLogFilter1, Number{-1}); },
+      {"one parameter",
+       true,
+       true,
+       [] { TvFuncLog log("F", TvFuncLog::eLogFilter1, Number{-1}); },
        {" F( int(-1) )", "     F return"}},
-      {"pointer prefix glues", true, true,
+      {"pointer prefix glues",
+       true,
+       true,
        [] {
          TvFuncLog log("P", TvFuncLog::eLogFilter0, Item{"a"}, Pointer{"0012ff00->"}, Number{5},
                        Pointer{"0012ff04->"}, Item{"x"});
        },
        {" P( a, 0012ff00->int(5), 0012ff04->x )", "     P return"}},
-      {"pointer first", true, true,
+      {"pointer first",
+       true,
+       true,
        [] { TvFuncLog log("P", TvFuncLog::eLogFilter0, Pointer{"00000000->"}, Item{"?"}); },
        {" P( 00000000->? )", "     P return"}},
-      {"disabled class: text only", true, false,
+      {"disabled class: text only",
+       true,
+       false,
        [] {
          TvFuncLog log("Quiet", TvFuncLog::eLogFilter1);
          log.WriteLine("still");
        },
        {"     Quiet: still"}},
-      {"filter 7 is class 0", true, false,
+      {"filter 7 is class 0",
+       true,
+       false,
        [] { TvFuncLog log("Seven", static_cast<TvFuncLog::eLogFilter>(7)); },
        {" Seven(  )", "     Seven return"}},
       {"class 0 disabled", false, true, [] { TvFuncLog log("Zero"); }, {}},
-      {"depth comes back after a disabled call", false, true,
+      {"depth comes back after a disabled call",
+       false,
+       true,
        [] {
          { TvFuncLog quiet("Quiet"); }
          TvFuncLog log("Loud", TvFuncLog::eLogFilter1);
        },
        {" Loud(  )", "     Loud return"}},
-      {"exception in flight", true, true,
+      {"exception in flight",
+       true,
+       true,
        [] {
          try {
            TvFuncLog log("Thrower");
@@ -166,7 +186,9 @@ TEST_F(TraceTest, LineLayouts) {
          }
        },
        {" Thrower(  )", "!    Thrower return", " Catcher(  )", "     Catcher return"}},
-      {"explicit lines", true, true,
+      {"explicit lines",
+       true,
+       true,
        [] {
          TvFuncLog log;  // inert: made without EnterFunc
          log.WriteLine("nothing");
@@ -190,9 +212,9 @@ TEST_F(TraceTest, LineLayouts) {
 
 TEST_F(TraceTest, LineLimits) {
   const std::string long_text(9000, 'x');
-  const std::string name_fits(8191 - 33, 'n');   // the head fills the line
-  const std::string name_over(8191 - 32, 'n');   // one more: dropped whole
-  const std::string items(8150, 'a');  // leaves room for ", " and 3 more
+  const std::string name_fits(8191 - 33, 'n');  // the head fills the line
+  const std::string name_over(8191 - 32, 'n');  // one more: dropped whole
+  const std::string items(8150, 'a');           // leaves room for ", " and 3 more
   const struct {
     const char* what;
     std::function<void()> body;
@@ -262,10 +284,18 @@ TEST_F(TraceTest, ActivationContext) {
     std::vector<std::string> expected;
   } rows[] = {
       {"unchanged", 0x11, 0x11, false, false, {"(00000011)  F(  )", "(00000011)      F return"}},
-      {"changed", 0x11, 0x22, false, false,
+      {"changed",
+       0x11,
+       0x22,
+       false,
+       false,
        {"(00000011)  F(  )", "(00000022)      F return !!! Activation context has changed !!!"}},
       {"failing", 0, 0, true, true, {"(abcd9876)  F(  )", "(abcd9876)      F return"}},
-      {"failing at the end", 0xABCD9876, 0, false, true,
+      {"failing at the end",
+       0xABCD9876,
+       0,
+       false,
+       true,
        {"(abcd9876)  F(  )", "(abcd9876)      F return"}},
   };
   for (const auto& row : rows) {

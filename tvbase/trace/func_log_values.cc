@@ -93,14 +93,14 @@ constexpr double kDoubleLimit = 9999999999999.99;
 const TvFuncLog& append_date(const TvFuncLog& log, const char* name, double date) {
   platform::calendar_time t{};
   if (!platform::variant_time_to_calendar(date, t)) return log.WriteAppendFormat("%s(?)", name);
-  return log.WriteAppendFormat("%s(%02d/%02d/%04d %02d:%02d:%02d)", name, t.day, t.month, t.year, t.hour,
-                               t.minute, t.second);
+  return log.WriteAppendFormat("%s(%02d/%02d/%04d %02d:%02d:%02d)", name, t.day, t.month, t.year,
+                               t.hour, t.minute, t.second);
 }
 
 // A readable wide text of `length` units in the form `prefix"..."suffix`:
 // whole up to 150 units, else its first 100 and last 50, converted apart.
-const TvFuncLog& append_wide(const TvFuncLog& log, const char* prefix, const wchar_t* text, std::size_t length,
-                             const char* suffix) {
+const TvFuncLog& append_wide(const TvFuncLog& log, const char* prefix, const wchar_t* text,
+                             std::size_t length, const char* suffix) {
   char head[kNarrowBuffer];
   if (length <= kWhole) {
     narrow(text, length, head);
@@ -128,7 +128,8 @@ const TvFuncLog& append_variant(const TvFuncLog& log, const VARIANT& v) {
       // remainder's magnitude.
       const long long count = v.cyVal.int64;
       const long long rest = count % 10000;
-      return log.WriteAppendFormat("VT_CY(%lld.%04u)", count / 10000, static_cast<unsigned>(rest < 0 ? -rest : rest));
+      return log.WriteAppendFormat("VT_CY(%lld.%04u)", count / 10000,
+                                   static_cast<unsigned>(rest < 0 ? -rest : rest));
     }
     case 7: return append_date(log, "VT_DATE", v.date);
     case 8: {
@@ -142,13 +143,17 @@ const TvFuncLog& append_variant(const TvFuncLog& log, const VARIANT& v) {
     case 9: return log.WriteAppendFormat("VT_DISPATCH(p%016" PRIXPTR ")", address(v.pdispVal));
     case 10: return log.WriteAppendFormat("VT_ERROR(%d)", static_cast<int>(v.scode));
     case 11: return log.WriteAppendFormat("VT_BOOL(%s)", v.boolVal != 0 ? "true" : "false");
-    case 13: return log.WriteAppendFormat("VT_UNKNOWN(%" PRIdPTR ")", static_cast<std::intptr_t>(address(v.punkVal)));
-    case 16: return log.WriteAppendFormat("VT_I1(%d)", static_cast<int>(static_cast<signed char>(v.cVal)));
+    case 13:
+      return log.WriteAppendFormat("VT_UNKNOWN(%" PRIdPTR ")",
+                                   static_cast<std::intptr_t>(address(v.punkVal)));
+    case 16:
+      return log.WriteAppendFormat("VT_I1(%d)", static_cast<int>(static_cast<signed char>(v.cVal)));
     case 17: return log.WriteAppendFormat("VT_UI1(%u)", static_cast<unsigned>(v.bVal));
     case 18: return log.WriteAppendFormat("VT_UI2(%u)", static_cast<unsigned>(v.uiVal));
     case 19: return log.WriteAppendFormat("VT_UI4(%u)", static_cast<unsigned>(v.ulVal));
     case 20: return log.WriteAppendFormat("VT_I8(%lld)", static_cast<long long>(v.llVal));
-    case 21: return log.WriteAppendFormat("VT_UI8(%llu)", static_cast<unsigned long long>(v.ullVal));
+    case 21:
+      return log.WriteAppendFormat("VT_UI8(%llu)", static_cast<unsigned long long>(v.ullVal));
     default: return log.WriteAppendFormat("VT_?%d?", static_cast<int>(vt));
   }
 }
@@ -182,24 +187,33 @@ void TvFuncLog::EndPrecheck() const noexcept {
   TvLogThreadState& s = *state_;
   s.collecting = false;
   platform::readable_range ranges[TvLogThreadState::kPrechecks];
-  for (int i = 0; i < s.precheckCount; ++i) ranges[i] = {s.prechecks[i].address, s.prechecks[i].size, false};
+  for (int i = 0; i < s.precheckCount; ++i)
+    ranges[i] = {s.prechecks[i].address, s.prechecks[i].size, false};
   platform::check_readable(ranges, static_cast<std::size_t>(s.precheckCount));
   for (int i = 0; i < s.precheckCount; ++i) s.prechecks[i].readable = ranges[i].readable;
 }
 
-const TvFuncLog& TvFuncLog::operator<<(char value) const noexcept { return WriteAppendFormat("'%c'", value); }
+const TvFuncLog& TvFuncLog::operator<<(char value) const noexcept {
+  return WriteAppendFormat("'%c'", value);
+}
 const TvFuncLog& TvFuncLog::operator<<(unsigned char value) const noexcept {
   return WriteAppendFormat("byte(%u)", static_cast<unsigned>(value));
 }
-const TvFuncLog& TvFuncLog::operator<<(short value) const noexcept { return WriteAppendFormat("short(%d)", value); }
+const TvFuncLog& TvFuncLog::operator<<(short value) const noexcept {
+  return WriteAppendFormat("short(%d)", value);
+}
 const TvFuncLog& TvFuncLog::operator<<(unsigned short value) const noexcept {
   return WriteAppendFormat("word(%u)", static_cast<unsigned>(value));
 }
-const TvFuncLog& TvFuncLog::operator<<(int value) const noexcept { return WriteAppendFormat("int(%d)", value); }
+const TvFuncLog& TvFuncLog::operator<<(int value) const noexcept {
+  return WriteAppendFormat("int(%d)", value);
+}
 const TvFuncLog& TvFuncLog::operator<<(unsigned int value) const noexcept {
   return WriteAppendFormat("dword(%u)", value);
 }
-const TvFuncLog& TvFuncLog::operator<<(long value) const noexcept { return WriteAppendFormat("long(%ld)", value); }
+const TvFuncLog& TvFuncLog::operator<<(long value) const noexcept {
+  return WriteAppendFormat("long(%ld)", value);
+}
 const TvFuncLog& TvFuncLog::operator<<(unsigned long value) const noexcept {
   return WriteAppendFormat("ulong(%lu)", value);
 }
@@ -209,7 +223,9 @@ const TvFuncLog& TvFuncLog::operator<<(long long value) const noexcept {
 const TvFuncLog& TvFuncLog::operator<<(unsigned long long value) const noexcept {
   return WriteAppendFormat("uint64(%llu)", value);
 }
-const TvFuncLog& TvFuncLog::operator<<(bool value) const noexcept { return WriteAppend(value ? "true" : "false"); }
+const TvFuncLog& TvFuncLog::operator<<(bool value) const noexcept {
+  return WriteAppend(value ? "true" : "false");
+}
 const TvFuncLog& TvFuncLog::operator<<(const float& value) const noexcept {
   return append_real(*this, "float", value, kFloatLimit);
 }
@@ -231,7 +247,9 @@ const TvFuncLog& TvFuncLog::operator<<(const short* value) const noexcept {
 const TvFuncLog& TvFuncLog::operator<<(const unsigned short* value) const noexcept {
   return append_pointed(*this, value, "word(?)");
 }
-const TvFuncLog& TvFuncLog::operator<<(const int* value) const noexcept { return append_pointed(*this, value, "int(?)"); }
+const TvFuncLog& TvFuncLog::operator<<(const int* value) const noexcept {
+  return append_pointed(*this, value, "int(?)");
+}
 const TvFuncLog& TvFuncLog::operator<<(const unsigned int* value) const noexcept {
   return append_pointed(*this, value, "dword(?)");
 }
@@ -267,7 +285,8 @@ const TvFuncLog& TvFuncLog::operator<<(std::nullptr_t) const noexcept {
 const TvFuncLog& TvFuncLog::operator<<(const char* text) const noexcept {
   if (state_ == nullptr) return *this;
   std::size_t length = 0;
-  if (!readable_text(state_, text, length)) return WriteAppendFormat("%016" PRIXPTR "->\"?\"", address(text));
+  if (!readable_text(state_, text, length))
+    return WriteAppendFormat("%016" PRIXPTR "->\"?\"", address(text));
   if (length <= kWhole) return WriteAppendFormat("\"%s\"", text);
   return WriteAppendFormat("\"%-.*s...%s\"", static_cast<int>(kHead), text, text + length - kTail);
 }
@@ -275,14 +294,16 @@ const TvFuncLog& TvFuncLog::operator<<(const char* text) const noexcept {
 const TvFuncLog& TvFuncLog::operator<<(const wchar_t* text) const noexcept {
   if (state_ == nullptr) return *this;
   std::size_t length = 0;
-  if (!readable_text(state_, text, length)) return WriteAppendFormat("%016" PRIXPTR "->L\"?\"", address(text));
+  if (!readable_text(state_, text, length))
+    return WriteAppendFormat("%016" PRIXPTR "->L\"?\"", address(text));
   return append_wide(*this, "L", text, length, "");
 }
 
 const TvFuncLog& TvFuncLog::operator<<(wchar_t* const& bstr) const noexcept {
   if (state_ == nullptr) return *this;
   std::size_t length = 0;
-  if (!readable(state_, &bstr, sizeof bstr) || (bstr != nullptr && !platform::is_readable_text(bstr, length))) {
+  if (!readable(state_, &bstr, sizeof bstr) ||
+      (bstr != nullptr && !platform::is_readable_text(bstr, length))) {
     return WriteAppendFormat("R%016" PRIXPTR "->BSTR(?)", address(&bstr));
   }
   if (bstr == nullptr) return WriteAppend("BSTR(null)");
@@ -295,12 +316,15 @@ const TvFuncLog& TvFuncLog::operator<<(wchar_t* const* bstr) const noexcept {
 }
 
 const TvFuncLog& TvFuncLog::operator<<(const GUID& g) const noexcept {
-  if (!readable(state_, &g, sizeof g)) return WriteAppendFormat("R%016" PRIXPTR "->{?}", address(&g));
-  return WriteAppendFormat("{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", g.Data1, g.Data2, g.Data3,
-                           g.Data4[0], g.Data4[1], g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6],
-                           g.Data4[7]);
+  if (!readable(state_, &g, sizeof g))
+    return WriteAppendFormat("R%016" PRIXPTR "->{?}", address(&g));
+  return WriteAppendFormat("{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", g.Data1, g.Data2,
+                           g.Data3, g.Data4[0], g.Data4[1], g.Data4[2], g.Data4[3], g.Data4[4],
+                           g.Data4[5], g.Data4[6], g.Data4[7]);
 }
-const TvFuncLog& TvFuncLog::operator<<(const GUID* value) const noexcept { return append_pointed(*this, value, "{?}"); }
+const TvFuncLog& TvFuncLog::operator<<(const GUID* value) const noexcept {
+  return append_pointed(*this, value, "{?}");
+}
 
 const TvFuncLog& TvFuncLog::operator<<(const CREATESTRUCTA& value) const noexcept {
   if (!readable(state_, &value, sizeof value)) {
@@ -313,7 +337,8 @@ const TvFuncLog& TvFuncLog::operator<<(const CREATESTRUCTA* value) const noexcep
 }
 
 const TvFuncLog& TvFuncLog::operator<<(const VARIANT& value) const noexcept {
-  if (!readable(state_, &value, sizeof value)) return WriteAppendFormat("R%016" PRIXPTR "->VT_?)", address(&value));
+  if (!readable(state_, &value, sizeof value))
+    return WriteAppendFormat("R%016" PRIXPTR "->VT_?)", address(&value));
   return append_variant(*this, value);
 }
 const TvFuncLog& TvFuncLog::operator<<(const VARIANT* value) const noexcept {
@@ -351,6 +376,7 @@ const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::OleDate& valu
 }
 
 const TvFuncLog& operator<<(const TvFuncLog& log, const TvFuncLog::OleDatePtr& value) noexcept {
-  if (log.WriteAppendPtr(value.value, sizeof(double))) return append_date(log, "DATE", *value.value);
+  if (log.WriteAppendPtr(value.value, sizeof(double)))
+    return append_date(log, "DATE", *value.value);
   return log.WriteAppend("DATE(?)");
 }

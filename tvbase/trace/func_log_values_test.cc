@@ -40,7 +40,8 @@ std::string addr(const void* p) {
 struct guarded_page {
   guarded_page() {
     size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    base = static_cast<char*>(mmap(nullptr, 2 * size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    base = static_cast<char*>(
+        mmap(nullptr, 2 * size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     mprotect(base + size, size, PROT_NONE);
   }
   ~guarded_page() { munmap(base, 2 * size); }
@@ -112,7 +113,8 @@ TEST_F(TraceValues, ValueForms) {
       {"float within", [] { traced(12.5f, -9999.5f); }, "float(12.50), float(-9999.50)"},
       {"float beyond", [] { traced(12345.5f, 10000.5f); }, "float(12345.5), float(10000.5)"},
       {"float not a number", [] { traced(std::nanf("")); }, "float(nan)"},
-      {"double within", [] { traced(-2.5, 9999999999999.99); }, "double(-2.50), double(9999999999999.99)"},
+      {"double within", [] { traced(-2.5, 9999999999999.99); },
+       "double(-2.50), double(9999999999999.99)"},
       {"double beyond", [] { traced(1e14, -1e13); }, "double(1e+14), double(-1e+13)"},
       {"wide character", [] { traced(L'\u00E9'); }, "L'\xC3\xA9'"},
       {"wide character that can't be shown", [] { traced(static_cast<wchar_t>(0xD800)); }, "L'*'"},
@@ -147,23 +149,28 @@ TEST_F(TraceValues, PointerForms) {
          traced(reinterpret_cast<const unsigned char*>(e), reinterpret_cast<const short*>(e),
                 reinterpret_cast<const unsigned short*>(e), reinterpret_cast<const unsigned*>(e),
                 reinterpret_cast<const long*>(e), reinterpret_cast<const unsigned long*>(e),
-                reinterpret_cast<const long long*>(e), reinterpret_cast<const unsigned long long*>(e),
-                reinterpret_cast<const float*>(e), reinterpret_cast<const bool*>(e));
+                reinterpret_cast<const long long*>(e),
+                reinterpret_cast<const unsigned long long*>(e), reinterpret_cast<const float*>(e),
+                reinterpret_cast<const bool*>(e));
        },
        [&guard] {
          std::string p = ptr(guard.end()), out;
-         for (const char* t : {"byte", "short", "word", "dword", "long", "ulong", "int64", "uint64", "float", "bool"}) {
+         for (const char* t : {"byte", "short", "word", "dword", "long", "ulong", "int64", "uint64",
+                               "float", "bool"}) {
            out += (out.empty() ? "" : ", ") + p + t + "(?)";
          }
          return out;
        }()},
       {"void", [] { traced(static_cast<const void*>(&five)); }, ptr(&five) + "void"},
       {"character", [] { traced(TvFuncLog::CharPtr(&letter)); }, ptr(&letter) + "'q'"},
-      {"bad character", [&guard] { traced(TvFuncLog::CharPtr(guard.end())); }, ptr(guard.end()) + "'?'"},
+      {"bad character", [&guard] { traced(TvFuncLog::CharPtr(guard.end())); },
+       ptr(guard.end()) + "'?'"},
       {"wide character", [] { traced(TvFuncLog::WCharPtr(&wide)); }, ptr(&wide) + "L'w'"},
       {"bad wide character",
-       [bad] { traced(TvFuncLog::WCharPtr(reinterpret_cast<const wchar_t*>(bad))); }, ptr(bad) + "L'?'"},
-      {"date", [] { traced(TvFuncLog::OleDatePtr(&when)); }, ptr(&when) + "DATE(01/01/2000 12:00:00)"},
+       [bad] { traced(TvFuncLog::WCharPtr(reinterpret_cast<const wchar_t*>(bad))); },
+       ptr(bad) + "L'?'"},
+      {"date", [] { traced(TvFuncLog::OleDatePtr(&when)); },
+       ptr(&when) + "DATE(01/01/2000 12:00:00)"},
       {"bad date", [bad] { traced(TvFuncLog::OleDatePtr(reinterpret_cast<const double*>(bad))); },
        ptr(bad) + "DATE(?)"},
   };
@@ -188,20 +195,30 @@ TEST_F(TraceValues, TextForms) {
   const std::vector<row> rows = {
       {"text", [] { traced("hello"); }, "\"hello\""},
       {"null text", [] { traced(static_cast<const char*>(nullptr)); }, "0000000000000000->\"?\""},
-      {"unended text", [unended] { traced(static_cast<const char*>(unended)); }, addr(unended) + "->\"?\""},
+      {"unended text", [unended] { traced(static_cast<const char*>(unended)); },
+       addr(unended) + "->\"?\""},
       {"150 characters whole", [] { traced(t150.c_str()); }, "\"" + t150 + "\""},
       {"151 lose the 101st", [] { traced(t151.c_str()); },
        "\"" + std::string(100, 'h') + "..." + std::string(50, 't') + "\""},
       {"wide text", [] { traced(L"h\u00E9\xD83D\xDE00"); }, "L\"h\xC3\xA9\xF0\x9F\x98\x80\""},
-      {"wide text with a lone surrogate", [] { traced(L"a\xDC00" L"b"); }, "L\"a*b\""},
-      {"null wide text", [] { traced(static_cast<const wchar_t*>(nullptr)); }, "0000000000000000->L\"?\""},
+      {"wide text with a lone surrogate",
+       [] {
+         traced(
+             L"a\xDC00"
+             L"b");
+       },
+       "L\"a*b\""},
+      {"null wide text", [] { traced(static_cast<const wchar_t*>(nullptr)); },
+       "0000000000000000->L\"?\""},
       {"150 wide characters", [] { traced(w150.c_str()); }, "L\"" + e150 + "\""},
-      {"151 wide characters", [] { traced(w151.c_str()); }, "L\"" + std::string(100, 'h') + "..." + euros + "\""},
+      {"151 wide characters", [] { traced(w151.c_str()); },
+       "L\"" + std::string(100, 'h') + "..." + euros + "\""},
       {"BSTR", [] { traced(bstr); }, "BSTR(\"abc\")"},
       {"null BSTR", [] { traced(null_bstr); }, "BSTR(null)"},
       {"pointer to a BSTR", [] { traced(&bstr); }, ptr(&bstr) + "BSTR(\"abc\")"},
       {"bad pointer to a BSTR",
-       [&guard] { traced(reinterpret_cast<wchar_t* const*>(guard.end())); }, ptr(guard.end()) + "BSTR(?)"},
+       [&guard] { traced(reinterpret_cast<wchar_t* const*>(guard.end())); },
+       ptr(guard.end()) + "BSTR(?)"},
   };
   check_rows(*this, rows, [this](const std::function<void()>& body) { return enter_line(body); });
   // A BSTR whose text can't be read shows the reference's address.
@@ -217,7 +234,8 @@ VARIANT variant(unsigned vt) {
 
 TEST_F(TraceValues, StructureForms) {
   guarded_page guard;
-  static const GUID id{0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
+  static const GUID id{
+      0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
   static const CREATESTRUCTA create{};
   const auto* bad_guid = reinterpret_cast<const GUID*>(guard.end() - 8);
   const auto* bad_create = reinterpret_cast<const CREATESTRUCTA*>(guard.end());
@@ -230,8 +248,10 @@ TEST_F(TraceValues, StructureForms) {
       {"CREATESTRUCT", [] { traced(create); }, "CREATESTRUCT()"},
       {"bad CREATESTRUCT reference", [bad_create] { traced(*bad_create); },
        "R" + addr(bad_create) + "->CREATESTRUCT(?)"},
-      {"bad CREATESTRUCT pointer", [bad_create] { traced(bad_create); }, ptr(bad_create) + "CREATESTRUCT(?)"},
-      {"bad VARIANT reference", [bad_variant] { traced(*bad_variant); }, "R" + addr(bad_variant) + "->VT_?)"},
+      {"bad CREATESTRUCT pointer", [bad_create] { traced(bad_create); },
+       ptr(bad_create) + "CREATESTRUCT(?)"},
+      {"bad VARIANT reference", [bad_variant] { traced(*bad_variant); },
+       "R" + addr(bad_variant) + "->VT_?)"},
       {"bad VARIANT pointer", [bad_variant] { traced(bad_variant); }, ptr(bad_variant) + "VT_?"},
   };
   check_rows(*this, rows, [this](const std::function<void()>& body) { return enter_line(body); });
@@ -244,7 +264,8 @@ TEST_F(TraceValues, StructureForms) {
 TEST_F(TraceValues, ParametersAskedAboutTogether) {
   guarded_page guard;
   static int five = 5;
-  static const GUID id{0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
+  static const GUID id{
+      0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
   static const std::string guid_form = "{00112233-4455-6677-8899-AABBCCDDEEFF}";
   const int* bad = reinterpret_cast<const int*>(guard.end());
   const auto* bad_guid = reinterpret_cast<const GUID*>(guard.end() - 8);
@@ -255,27 +276,32 @@ TEST_F(TraceValues, ParametersAskedAboutTogether) {
   char* page_long = full.base;
   std::fill(page_long, full.end() - 1, 'p');
   full.end()[-1] = '\0';
-  static const std::string long_text = std::string(100, 'h') + std::string(6000, 'm') + std::string(50, 't');
+  static const std::string long_text =
+      std::string(100, 'h') + std::string(6000, 'm') + std::string(50, 't');
   static const std::wstring long_wide(5000, L'w');
   const std::string shortened = "\"" + std::string(100, 'h') + "..." + std::string(50, 't') + "\"";
-  const std::string wide_shortened = "L\"" + std::string(100, 'w') + "..." + std::string(50, 'w') + "\"";
+  const std::string wide_shortened =
+      "L\"" + std::string(100, 'w') + "..." + std::string(50, 'w') + "\"";
   const std::string page_form = "\"" + std::string(100, 'p') + "..." + std::string(50, 'p') + "\"";
   const std::string good_int = ptr(&five) + "int(5)";
   const std::string bad_int = ptr(bad) + "int(?)";
   const std::vector<row> rows = {
       {"bad before good", [bad] { traced(bad, &five); }, bad_int + ", " + good_int},
-      {"bad between good", [bad] { traced(&five, bad, &five); }, good_int + ", " + bad_int + ", " + good_int},
+      {"bad between good", [bad] { traced(&five, bad, &five); },
+       good_int + ", " + bad_int + ", " + good_int},
       {"bad after good", [bad] { traced(&five, 7, bad); }, good_int + ", int(7), " + bad_int},
       {"all bad", [bad, bad_guid] { traced(bad, *bad_guid, bad); },
        bad_int + ", R" + addr(bad_guid) + "->{?}, " + bad_int},
       {"texts and structures",
        [bad_guid] { traced("abc", L"d\u00E9", id, &id, bad_guid, TvFuncLog::CharPtr("q")); },
-       "\"abc\", L\"d\xC3\xA9\", " + guid_form + ", " + ptr(&id) + guid_form + ", " + ptr(bad_guid) + "{?}, " +
-           ptr("q") + "'q'"},
-      {"text that runs into the guard", [unended] { traced(&five, static_cast<const char*>(unended)); },
+       "\"abc\", L\"d\xC3\xA9\", " + guid_form + ", " + ptr(&id) + guid_form + ", " +
+           ptr(bad_guid) + "{?}, " + ptr("q") + "'q'"},
+      {"text that runs into the guard",
+       [unended] { traced(&five, static_cast<const char*>(unended)); },
        good_int + ", " + addr(unended) + "->\"?\""},
       {"text that ends on its page's last byte",
-       [page_long] { traced(&five, static_cast<const char*>(page_long)); }, good_int + ", " + page_form},
+       [page_long] { traced(&five, static_cast<const char*>(page_long)); },
+       good_int + ", " + page_form},
       {"texts longer than a page", [] { traced(long_text.c_str(), long_wide.c_str()); },
        shortened + ", " + wide_shortened},
       {"the same pointer twice", [] { traced(&five, &five); }, good_int + ", " + good_int},
@@ -317,9 +343,11 @@ TEST_F(TraceValues, VariantForms) {
       {with(7, [](VARIANT& v) { v.date = -1e7; }), "VT_DATE(?)"},
       {with(8, [](VARIANT& v) { v.bstrVal = text; }), "V_BSTR(\"v\xC3\xA9\")"},
       {with(8, [](VARIANT& v) { v.bstrVal = nullptr; }), "V_BSTR(null)"},
-      {with(8, [](VARIANT& v) { v.bstrVal = long_bstr; }),
-       "V_BSTR(\"" + std::string(100, 'a') + "..." + std::string(10, 'a') + std::string(40, 'b') + "\")"},
-      {with(9, [](VARIANT& v) { v.pdispVal = reinterpret_cast<void*>(0x1234); }), "VT_DISPATCH(p0000000000001234)"},
+      {with(8, [](VARIANT& v) { v.bstrVal = long_bstr; }), "V_BSTR(\"" + std::string(100, 'a') +
+                                                               "..." + std::string(10, 'a') +
+                                                               std::string(40, 'b') + "\")"},
+      {with(9, [](VARIANT& v) { v.pdispVal = reinterpret_cast<void*>(0x1234); }),
+       "VT_DISPATCH(p0000000000001234)"},
       {with(10, [](VARIANT& v) { v.scode = -2147467259; }), "VT_ERROR(-2147467259)"},
       {with(11, [](VARIANT& v) { v.boolVal = -1; }), "VT_BOOL(true)"},
       {with(11, [](VARIANT& v) { v.boolVal = 0; }), "VT_BOOL(false)"},
@@ -345,7 +373,8 @@ TEST_F(TraceValues, VariantForms) {
 }
 
 TEST_F(TraceValues, AnEnterLineWithTypedParametersAllocatesNothing) {
-  if (!testing_support::allocations_counted()) GTEST_SKIP() << "operator new is not ours to count here";
+  if (!testing_support::allocations_counted())
+    GTEST_SKIP() << "operator new is not ours to count here";
   static const int number = 7;
   static const GUID id{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
   const std::string narrow(40, 'n');

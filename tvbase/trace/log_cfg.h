@@ -15,14 +15,14 @@
 
 struct TvLogCfg {
   std::uint32_t version;
-  char logFolder[260];   // put in front of the log file's name unchanged
-  char programs[2048];   // "*" or program file names separated by ';'
-  char users[2045];      // "*" or user names separated by ';'
-  char options[512];     // option words separated by ';'
-  bool filter0;          // trace objects of filter class 0 write
-  bool filter1;          // trace objects of filter class 1 write
-  bool deleteOnClose;    // the log file goes when the library is unloaded
-  bool debugEcho;        // each line goes to standard error as well
+  char logFolder[260];  // put in front of the log file's name unchanged
+  char programs[2048];  // "*" or program file names separated by ';'
+  char users[2045];     // "*" or user names separated by ';'
+  char options[512];    // option words separated by ';'
+  bool filter0;         // trace objects of filter class 0 write
+  bool filter1;         // trace objects of filter class 1 write
+  bool deleteOnClose;   // the log file goes when the library is unloaded
+  bool debugEcho;       // each line goes to standard error as well
   std::uint8_t alignment[3];
   std::uint32_t crc;
 };

@@ -61,10 +61,10 @@ TEST(LogCfg, StringLimits) {
       {0, 0, 2045, 512, "users"},
   };
   for (const auto& row : rows) {
-    const std::string folder(row.folder, 'f'), programs(row.programs, 'p'),
-        users(row.users, 'u'), options(row.options, 'o');
+    const std::string folder(row.folder, 'f'), programs(row.programs, 'p'), users(row.users, 'u'),
+        options(row.options, 'o');
     SCOPED_TRACE(row.too_long != nullptr ? row.too_long : "all fit");
-    const log_cfg_fields fields{folder.c_str(), false, false, programs.c_str(),
+    const log_cfg_fields fields{folder.c_str(), false,           false, programs.c_str(),
                                 users.c_str(),  options.c_str(), false, false};
     const char* named = trace::TooLongField(fields);
     EXPECT_STREQ(named != nullptr ? named : "", row.too_long != nullptr ? row.too_long : "");
@@ -98,12 +98,9 @@ TEST(LogCfg, Validity) {
     bool refill_crc;
     bool valid;
   } rows[] = {
-      {"as filled", sizeof(TvLogCfg), false, true},
-      {"a string byte", 300, false, false},
-      {"an alignment byte", 4874, false, false},
-      {"the CRC", 4878, false, false},
-      {"version 2 with a matching CRC", 0, true, false},
-      {"a flag, CRC refilled", 4869, true, true},
+      {"as filled", sizeof(TvLogCfg), false, true},      {"a string byte", 300, false, false},
+      {"an alignment byte", 4874, false, false},         {"the CRC", 4878, false, false},
+      {"version 2 with a matching CRC", 0, true, false}, {"a flag, CRC refilled", 4869, true, true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -149,11 +146,11 @@ TEST(SaveLogCfg, WritesTheRecord) {
   const std::string path = dir.path() + "TvLog.cfg";
   trace_test::write_file(path, std::string(6000, 'x'));  // replaced, not overwritten
   unsigned long error = 99;
-  EXPECT_TRUE(TvFuncLog::SaveLogCfg(path.c_str(), "/l/", false, true, "a;b", "*", "", true,
-                                    false, &error));
+  EXPECT_TRUE(
+      TvFuncLog::SaveLogCfg(path.c_str(), "/l/", false, true, "a;b", "*", "", true, false, &error));
   EXPECT_EQ(error, 0u);
-  EXPECT_EQ(trace_test::read_file(path), bytes_of(filled({"/l/", false, true, "a;b", "*", "",
-                                                          true, false})));
+  EXPECT_EQ(trace_test::read_file(path),
+            bytes_of(filled({"/l/", false, true, "a;b", "*", "", true, false})));
 }
 
 TEST(SaveLogCfg, Failures) {
@@ -364,20 +361,23 @@ TEST_F(DecideActivationTest, PathLimits) {
 
 TEST_F(DecideActivationTest, SharedRecordWinsOverTheFile) {
   save({"/file/", false, false, "*", "*", "", true, true});
-  ASSERT_TRUE(trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
+  ASSERT_TRUE(
+      trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
   ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
   EXPECT_EQ(std::string(sink_.fileName).substr(0, 8), "/shared/");
   EXPECT_EQ(shared_.lock, 0u);
 
   // A shared record that names other programs still wins: no trace.
-  ASSERT_TRUE(trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "x", "*", "", true, true}));
+  ASSERT_TRUE(
+      trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "x", "*", "", true, true}));
   TvLogSink other;
   EXPECT_FALSE(trace::DecideActivation(other, shared_, env("app")));
 }
 
 TEST_F(DecideActivationTest, LockedSharedRecordIsPassedBy) {
   save({"/file/", false, false, "*", "*", "", true, true});
-  ASSERT_TRUE(trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
+  ASSERT_TRUE(
+      trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
   shared_.lock = 1;
   shared_.logCfg.version = 2;  // damaged, but nobody may look
   ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
@@ -388,7 +388,8 @@ TEST_F(DecideActivationTest, LockedSharedRecordIsPassedBy) {
 
 TEST_F(DecideActivationTest, DamagedSharedRecordIsClearedAndTheFileDecides) {
   save({"/file/", false, false, "*", "*", "", true, true});
-  ASSERT_TRUE(trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
+  ASSERT_TRUE(
+      trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
   shared_.logCfg.version = 2;
   shared_.logCfg.crc = TvCrc().Add(&shared_.logCfg, 4876).GetCrc();
   ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));

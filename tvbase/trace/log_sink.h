@@ -19,7 +19,7 @@ struct TvLogSink {
   char fileName[260] = {};
   bool deleteOnClose = false;
   bool debugEcho = false;
-  bool enabled[2] = {};  // by filter class
+  bool enabled[2] = {};     // by filter class
   unsigned long owner = 0;  // the process that created the file
 
   // Runs the decision and creates the log file on yes: O_NOFOLLOW, so a

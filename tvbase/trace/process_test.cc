@@ -180,9 +180,10 @@ TEST_F(ProcessTest, ProcessesKilledWhileTracingLeaveWholeLinesAndTheOthersRunOn)
   for (auto& spinner : spinning) {
     EXPECT_EQ(spinner->finish(), 128 + SIGKILL);
     ASSERT_FALSE(spinner->out().empty());
-    EXPECT_GT(whole_lines(trace_test::read_file(spinner->out().substr(0, spinner->out().size() - 1)))
-                  .size(),
-              3u);
+    EXPECT_GT(
+        whole_lines(trace_test::read_file(spinner->out().substr(0, spinner->out().size() - 1)))
+            .size(),
+        3u);
   }
   for (auto& early : killed) EXPECT_EQ(early->finish(), 128 + SIGKILL);
   for (const std::string& name : logs()) {
@@ -203,7 +204,7 @@ TEST_F(ProcessTest, FullDiskLosesLinesButNotTheProcess) {
   const std::string log = trace_test::read_file(traced.out);
   const std::vector<std::string> words = whole_lines(log);
   // What fitted under the limit: main's enter line and whole steps after it.
-  const std::vector<std::string> after = {"main(", "step(", "i=0",  "return", "step(", "i=1",
+  const std::vector<std::string> after = {"main(",  "step(", "i=0", "return", "step(", "i=1",
                                           "return", "step(", "i=2", "return", "return"};
   ASSERT_GT(words.size(), after.size() + 10);
   const std::size_t before = words.size() - after.size();

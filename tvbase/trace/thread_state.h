@@ -27,7 +27,7 @@ struct TvLogThreadState {
     bool readable;
   };
   static constexpr int kPrechecks = 8;
-  bool collecting;          // the pass that gathers the questions: nothing is written
+  bool collecting;  // the pass that gathers the questions: nothing is written
   std::int32_t precheckCount;
   precheck prechecks[kPrechecks];
 };

@@ -78,8 +78,8 @@ int main(int argc, char** argv) {
     for (;;) ::pause();
   }
   if (mode == "set" && argc == 5) {
-    return TvFuncLog::SetSharedLogCfg(argv[2], std::strcmp(argv[4], "1") == 0, false, argv[3],
-                                      "*", "", true, true)
+    return TvFuncLog::SetSharedLogCfg(argv[2], std::strcmp(argv[4], "1") == 0, false, argv[3], "*",
+                                      "", true, true)
                ? 0
                : 1;
   }
