@@ -300,19 +300,19 @@ void walk(Self& self_value, Fn& fn) {
 
 }  // namespace
 
-void object::foreach (std::function<bool(const std::wstring&, object&)> fn) {
+void object::foreach(std::function<bool(const std::wstring&, object&)> fn) {
   walk<dictionary_type>(value_, fn);
 }
 
-void object::foreach (std::function<bool(const std::wstring&, const object&)> fn) const {
+void object::foreach(std::function<bool(const std::wstring&, const object&)> fn) const {
   walk<const dictionary_type>(value_, fn);
 }
 
-void object::foreach (std::function<bool(unsigned int, object&)> fn) {
+void object::foreach(std::function<bool(unsigned int, object&)> fn) {
   walk<array_type>(value_, fn);
 }
 
-void object::foreach (std::function<bool(unsigned int, const object&)> fn) const {
+void object::foreach(std::function<bool(unsigned int, const object&)> fn) const {
   walk<const array_type>(value_, fn);
 }
 

@@ -156,10 +156,10 @@ class TVBASE_EXPORT object {
   // Calls `fn` per entry or element in order until it returns false. Does
   // nothing for a value of another type. The array walk re-reads the length
   // after each call; entries must not be added during a dictionary walk.
-  void foreach (std::function<bool(const std::wstring&, object&)> fn);
-  void foreach (std::function<bool(const std::wstring&, const object&)> fn) const;
-  void foreach (std::function<bool(unsigned int, object&)> fn);
-  void foreach (std::function<bool(unsigned int, const object&)> fn) const;
+  void foreach(std::function<bool(const std::wstring&, object&)> fn);
+  void foreach(std::function<bool(const std::wstring&, const object&)> fn) const;
+  void foreach(std::function<bool(unsigned int, object&)> fn);
+  void foreach(std::function<bool(unsigned int, const object&)> fn) const;
 
   // Reads `text` into this value: containers are read over what they
   // already hold (see the class comment). On a syntax error the value is

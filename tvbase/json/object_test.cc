@@ -342,7 +342,7 @@ TEST(JsonObject, ForeachVisitsInOrderUntilFalse) {
   const object& carr = arr;
 
   std::wstring keys;
-  dict.foreach ([&](const std::wstring& k, object& v) {
+  dict.foreach([&](const std::wstring& k, object& v) {
     keys += k;
     v = json::number(L"0");
     return true;
@@ -351,11 +351,11 @@ TEST(JsonObject, ForeachVisitsInOrderUntilFalse) {
   EXPECT_EQ(dict.to_string(), LR"({"b":0,"a":0,"c":0})");
 
   int calls = 0;
-  cdict.foreach ([&](const std::wstring&, const object&) { return ++calls, false; });
+  cdict.foreach([&](const std::wstring&, const object&) { return ++calls, false; });
   EXPECT_EQ(calls, 1);
 
   std::vector<unsigned int> seen;
-  carr.foreach ([&](unsigned int i, const object& v) {
+  carr.foreach([&](unsigned int i, const object& v) {
     seen.push_back(i);
     return v.as_int(0) != 20;
   });
@@ -363,15 +363,15 @@ TEST(JsonObject, ForeachVisitsInOrderUntilFalse) {
 
   // The dictionary walk leaves arrays alone and the other way round.
   calls = 0;
-  arr.foreach ([&](const std::wstring&, object&) { return ++calls, true; });
-  cdict.foreach ([&](unsigned int, const object&) { return ++calls, true; });
-  object(read(L"5")).foreach ([&](unsigned int, object&) { return ++calls, true; });
+  arr.foreach([&](const std::wstring&, object&) { return ++calls, true; });
+  cdict.foreach([&](unsigned int, const object&) { return ++calls, true; });
+  object(read(L"5")).foreach([&](unsigned int, object&) { return ++calls, true; });
   EXPECT_EQ(calls, 0);
 
   // The array walk re-reads the length: appended elements are visited and a
   // shorter array ends it early.
   seen.clear();
-  arr.foreach ([&](unsigned int i, object& v) {
+  arr.foreach([&](unsigned int i, object& v) {
     seen.push_back(i);
     if (i == 0) arr[3] = json::number(L"40");
     (void)v;
@@ -379,7 +379,7 @@ TEST(JsonObject, ForeachVisitsInOrderUntilFalse) {
   });
   EXPECT_EQ(seen, (std::vector<unsigned int>{0, 1, 2, 3}));
   seen.clear();
-  arr.foreach ([&](unsigned int i, object&) {
+  arr.foreach([&](unsigned int i, object&) {
     seen.push_back(i);
     arr[0];  // shrinks to one element
     return true;
@@ -391,9 +391,9 @@ TEST(JsonObject, ForeachWithEmptyFunctionThrowsOnlyWhenItCalls) {
   object arr = read(L"[1]");
   object empty = read(L"[]");
   std::function<bool(unsigned int, object&)> none;
-  EXPECT_THROW(arr.foreach (none), std::bad_function_call);
-  EXPECT_NO_THROW(empty.foreach (none));
-  EXPECT_NO_THROW(read(L"{\"a\":1}").foreach (none));
+  EXPECT_THROW(arr.foreach(none), std::bad_function_call);
+  EXPECT_NO_THROW(empty.foreach(none));
+  EXPECT_NO_THROW(read(L"{\"a\":1}").foreach(none));
 }
 
 TEST(JsonObject, DoubleToNumberTextKeepsFifteenDigits) {

@@ -170,7 +170,7 @@ TEST(JsonParseLarge, ManyValuesInOneContainer) {
     ASSERT_FALSE(error) << error->message << " at column " << error->column;
     EXPECT_LE(held, r.k * bytes_of(text));
     std::size_t count = 0;
-    value.foreach ([&](unsigned int, const object&) {
+    value.foreach([&](unsigned int, const object&) {
       ++count;
       return true;
     });
@@ -202,7 +202,7 @@ TEST(JsonParseLarge, MillionKeysInOneDictionary) {
 
   std::size_t count = 0;
   bool in_order = true;
-  value.foreach ([&](const std::wstring& key, const object&) {
+  value.foreach([&](const std::wstring& key, const object&) {
     in_order = in_order && key == L"k" + std::to_wstring(count);
     ++count;
     return true;
@@ -222,7 +222,7 @@ TEST(JsonParseLarge, MillionKeysInOneDictionary) {
   ASSERT_FALSE(value.parse(over));
   count = 0;
   std::size_t trues = 0;
-  value.foreach ([&](const std::wstring&, const object& v) {
+  value.foreach([&](const std::wstring&, const object& v) {
     ++count;
     trues += v.as_bool(false);
     return true;
@@ -256,7 +256,7 @@ TEST(JsonParseLarge, EachDictionaryStartsItsOwnKeyIndex) {
     const auto index = static_cast<unsigned int>(d);
     const std::wstring letter(1, static_cast<wchar_t>(L'a' + d));
     std::size_t count = 0;
-    value(index).foreach ([&](const std::wstring&, const object&) {
+    value(index).foreach([&](const std::wstring&, const object&) {
       ++count;
       return true;
     });
