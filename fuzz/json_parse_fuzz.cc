@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include <tvbase/json/object.h>
+#include <tvbase/json/parser.h>
 
 namespace {
 

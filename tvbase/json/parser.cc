@@ -1,6 +1,6 @@
 // The reader of JSON text, and the two operations that use parts of it:
 // wstring_to_number_wstring and unescape.
-#include <tvbase/json/object.h>
+#include <tvbase/json/parser.h>
 
 #include <algorithm>
 #include <bit>

@@ -1,4 +1,5 @@
 #include <tvbase/json/object.h>
+#include <tvbase/json/parser.h>
 
 #include <stdexcept>
 #include <string>
