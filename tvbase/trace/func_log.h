@@ -117,16 +117,17 @@ class TVBASE_EXPORT TvFuncLog {
   // says whether the strings fit: false with error 160 when one is too long
   // (the file is not touched). `*error` (if `error` isn't null) is then 0, or
   // the system's code for a create or write that failed.
-  static bool SaveLogCfg(const char* path, const char* logFolder, bool deleteOnClose,
-                         bool debugEcho, const char* programs, const char* users,
-                         const char* options, bool filter0, bool filter1,
-                         unsigned long* error) noexcept;
+  [[nodiscard]] static bool SaveLogCfg(const char* path, const char* logFolder, bool deleteOnClose,
+                                       bool debugEcho, const char* programs, const char* users,
+                                       const char* options, bool filter0, bool filter1,
+                                       unsigned long* error) noexcept;
   // Replaces the record shared by all processes; false, changing nothing, if
   // a string is too long. Waits, 100 ms at a time, while another process
   // holds the shared record's lock.
-  static bool SetSharedLogCfg(const char* logFolder, bool deleteOnClose, bool debugEcho,
-                              const char* programs, const char* users, const char* options,
-                              bool filter0, bool filter1) noexcept;
+  [[nodiscard]] static bool SetSharedLogCfg(const char* logFolder, bool deleteOnClose,
+                                            bool debugEcho, const char* programs, const char* users,
+                                            const char* options, bool filter0,
+                                            bool filter1) noexcept;
   // Marks the shared record not set. Always true.
   static bool ClearSharedLogCfg() noexcept;
 
