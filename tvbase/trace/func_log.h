@@ -300,4 +300,6 @@ TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
 TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
                                           const TvFuncLog::OleDatePtr& value) noexcept;
 
+#undef TVBASE_PRINTF_LIKE
+
 #endif  // TVBASE_TRACE_FUNC_LOG_H
