@@ -80,6 +80,13 @@ union CY {
 };
 
 struct VARIANT {
+  // The type of brecord; Windows leaves it unnamed, which standard C++ allows
+  // nowhere inside an anonymous union.
+  struct record {
+    void* pvRecord;
+    void* pRecInfo;
+  };
+
   VARTYPE vt;
   std::uint16_t wReserved1;
   std::uint16_t wReserved2;
@@ -106,10 +113,7 @@ struct VARIANT {
     std::int32_t intVal;
     std::uint32_t uintVal;
     void* byref;
-    struct {
-      void* pvRecord;
-      void* pRecInfo;
-    } brecord;
+    record brecord;
   };
 };
 
