@@ -98,7 +98,7 @@ BENCHMARK(BM_TraceToFile)->Threads(1)->Threads(2)->UseRealTime();
 void BM_TraceSixTypedParameters(benchmark::State& state) {
   const sink_scope file(sink_scope::file);
   static const int number = 42;
-  static const GUID id{
+  static const win::GUID id{
       0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
   const std::string narrow(40, 'n');
   const std::wstring wide(40, L'w');
@@ -114,7 +114,7 @@ BENCHMARK(BM_TraceSixTypedParameters)->UseRealTime();
 void BM_TraceSixTypedParametersDevNull(benchmark::State& state) {
   const sink_scope null_device(sink_scope::null_device);
   static const int number = 42;
-  static const GUID id{
+  static const win::GUID id{
       0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
   const std::string narrow(40, 'n');
   const std::wstring wide(40, L'w');

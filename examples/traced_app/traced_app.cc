@@ -44,7 +44,7 @@ void Worker(int id) {
 // Typed parameters: each is shown with its type, and a pointer that can't be
 // read shows a question mark instead of bringing the program down.
 void Describe(const char* name, const wchar_t* title, const double* price, const int* stock,
-              const GUID& id, unsigned flags) {
+              const win::GUID& id, unsigned flags) {
   TvFuncLog log("Describe", TvFuncLog::eLogFilter0, name, title, price, stock, id,
                 TvFuncLog::Flags(flags), TvFuncLog::Hex(flags));
 }
@@ -56,7 +56,7 @@ int main() {
   log.WriteLine("traced_app starts");
   SumOfSquares(2);
   static const double price = 3.5;
-  static const GUID id{
+  static const win::GUID id{
       0x6B29FC40, 0xCA47, 0x1067, {0xB3, 0x1D, 0x00, 0xDD, 0x01, 0x06, 0x62, 0xDA}};
   const int* bad_stock = reinterpret_cast<const int*>(16);  // never mapped
   Describe("caf\xC3\xA9 cr\xC3\xA8me", L"Z\u00F6e's \u20AC list", &price, bad_stock, id, 5);

@@ -102,8 +102,10 @@ int run_walk(cli::args& args) {
   walker.set_order(depth  ? dir_walk::walk_order::depth_first
                    : flat ? dir_walk::walk_order::no_descent
                           : dir_walk::walk_order::breadth_first);
-  walker.set_sort_folders(args.flag("sort"));
-  walker.set_report_folders(args.flag("report-folders"));
+  walker.set_sort_folders(args.flag("sort") ? dir_walk::folder_sort::by_folded_name
+                                            : dir_walk::folder_sort::as_listed);
+  walker.set_report_folders(args.flag("report-folders") ? dir_walk::folder_reports::entry_and_exit
+                                                        : dir_walk::folder_reports::off);
   const auto words = args.positional(1);
   if (words.empty()) throw cli::usage_error("missing DIR");
 

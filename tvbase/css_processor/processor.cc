@@ -97,13 +97,13 @@ processor& processor::operator=(const processor&) = default;
 processor& processor::operator=(processor&&) noexcept = default;
 processor::~processor() = default;
 
-void processor::set(std::string&& text) {
+void processor::set(std::string&& text) noexcept {
   if (&text == &text_) return;
   text_ = std::move(text);
   text.clear();
 }
 
-std::string&& processor::css() { return std::move(text_); }
+std::string&& processor::css() noexcept { return std::move(text_); }
 
 std::optional<std::string> processor::process() {
   const std::size_t limit = text_.size() > SIZE_MAX / kGrowthLimit

@@ -16,7 +16,7 @@ namespace css_processor {
 //
 //   css_processor::processor sheet{std::move(source)};
 //   if (auto error = sheet.process()) report(*error);
-//   else std::string out = std::move(sheet.css());
+//   else std::string out = sheet.css();  // moves the text out of `sheet`
 //
 // process() is a text rewriter, not a parser. It knows three things, each by a
 // fixed pattern, and passes every other byte through unchanged and in place:
@@ -82,11 +82,16 @@ class TVBASE_EXPORT processor {
 
   // Replaces the text by `text`, taken over. Passing the object's own text
   // (as css() gives it) changes nothing.
-  void set(std::string&& text);
+  void set(std::string&& text) noexcept;
 
   // The object's text itself, to read where it stands or to move out; after a
-  // move the object's text is empty.
-  std::string&& css();
+  // move the object's text is empty. The result is an rvalue reference, so a
+  // new string made from it takes the text, while a const reference or a
+  // comparison only reads it:
+  //
+  //   auto s = p.css();                // moves the text out: p's text is now empty
+  //   const std::string& t = p.css();  // the text where it stands; nothing moves
+  std::string&& css() noexcept;
 
   // Runs the passes above on the text. Empty on success, else the message of
   // the first failure.

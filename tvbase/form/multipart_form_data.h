@@ -15,8 +15,8 @@
 // brings the bytes and does the transfer.
 //
 //   multipart_form_data form;
-//   form.add_field("user", "zoe");
-//   form.add_file("doc", "a.txt", bytes, size, "text/plain");
+//   if (!form.add_field("user", "zoe") ||
+//       !form.add_file("doc", "a.txt", bytes, size, "text/plain")) { /* a name refused */ }
 //   std::string content_type;
 //   std::vector<unsigned char> body;
 //   form.finish(content_type, body);   // "multipart/form-data; boundary=..."
@@ -41,13 +41,14 @@ class TVBASE_EXPORT multipart_form_data {
   multipart_form_data();
 
   // Appends a text field; false, appending nothing, if `name` is refused.
-  bool add_field(std::string_view name, std::string_view value);
+  [[nodiscard]] bool add_field(std::string_view name, std::string_view value);
 
   // Appends a file of `size` bytes at `data` (which may be null when size is
   // 0); false, appending nothing, if `name` or `filename` is refused. Without
   // a content type the part says "application/octet-stream".
-  bool add_file(std::string_view name, std::string_view filename, const unsigned char* data,
-                unsigned int size, std::optional<std::string_view> content_type);
+  [[nodiscard]] bool add_file(std::string_view name, std::string_view filename,
+                              const unsigned char* data, unsigned int size,
+                              std::optional<std::string_view> content_type);
 
   // Closes the form: `content_type` becomes "multipart/form-data; boundary="
   // and the boundary, `body` receives the bytes by move (its old content is

@@ -4,6 +4,7 @@
 // The bytes a form body should hold, written out plainly, for the form tests.
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace form_test {
@@ -12,7 +13,7 @@ inline std::string text_of(const std::vector<unsigned char>& bytes) {
   return std::string(bytes.begin(), bytes.end());
 }
 
-inline const unsigned char* bytes(const std::string& s) {
+inline const unsigned char* bytes(std::string_view s) {
   return reinterpret_cast<const unsigned char*>(s.data());
 }
 

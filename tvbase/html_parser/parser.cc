@@ -17,23 +17,28 @@ using errors = parse_error::errors;
 // Not an error: what the readers below give back when all went well.
 constexpr auto kOk = static_cast<errors>(0xFF);
 
-constexpr std::string_view kMessages[] = {
-    "parse incomplete, element_handler returned false.",
-    "unexpected character following '<'.",
-    "invalid extra data inside start tag.",
-    "comment not closed.",
-    "unexpected character following '</'.",
-    "invalid extra data inside end tag.",
-    "",  // mismatched_end_tag, formatted below
-    "mismatched end tag, no (more) open tags.",
-    "invalid explicit end tag, tag is selfclosing.",
-    "missing closing single/double quote.",
-    "invalid attribute name.",
-    "missing attribute value.",
-    "missing closing </script>.",
-    "missing closing </style>.",
-    "",  // unclosed_elements, formatted below
-};
+// The message of each code. The two that name the innermost open tag give
+// the words in front of it. No default: the compiler names a code left out.
+std::string_view message_of(errors e) {
+  switch (e) {
+    case errors::handler_returned_false: return "parse incomplete, element_handler returned false.";
+    case errors::bad_start_of_tag: return "unexpected character following '<'.";
+    case errors::bad_data_in_start_tag: return "invalid extra data inside start tag.";
+    case errors::comment_not_closed: return "comment not closed.";
+    case errors::bad_start_of_end_tag: return "unexpected character following '</'.";
+    case errors::bad_data_in_end_tag: return "invalid extra data inside end tag.";
+    case errors::mismatched_end_tag: return "mismatched end tag, ";
+    case errors::no_open_tags: return "mismatched end tag, no (more) open tags.";
+    case errors::end_tag_on_selfclosing: return "invalid explicit end tag, tag is selfclosing.";
+    case errors::missing_closing_quote: return "missing closing single/double quote.";
+    case errors::bad_attribute_name: return "invalid attribute name.";
+    case errors::missing_attribute_value: return "missing attribute value.";
+    case errors::missing_closing_script: return "missing closing </script>.";
+    case errors::missing_closing_style: return "missing closing </style>.";
+    case errors::unclosed_elements: return "unclosed elements at end of html, ";
+  }
+  return "unknown error number.";  // a code from 15 up, made by a cast
+}
 
 // Elements whose start tag opens nothing and which may have no end tag.
 constexpr std::string_view kVoidElements[] = {
@@ -385,24 +390,13 @@ std::string parse_error::get_message() const {
   std::string out = "html parse error";
   if (tag && tag->row != 0) fmt::format_to(std::back_inserter(out), " on row {}", tag->row);
   out += ": ";
-  // Errors 6 and 14 always carry the open tag; without one, its name reads
-  // empty and its row 0 rather than failing.
-  const std::string_view open_name = last_start_tag ? last_start_tag->name : std::string_view();
-  const std::uint32_t open_row = last_start_tag ? last_start_tag->row : 0;
-  switch (error) {
-    case errors::mismatched_end_tag:
-      fmt::format_to(std::back_inserter(out), "mismatched end tag, last start tag={} on row {}.",
-                     open_name, open_row);
-      break;
-    case errors::unclosed_elements:
-      fmt::format_to(std::back_inserter(out),
-                     "unclosed elements at end of html, last start tag={} on row {}.", open_name,
-                     open_row);
-      break;
-    default: {
-      const auto code = static_cast<std::size_t>(error);
-      out += code < std::size(kMessages) ? kMessages[code] : "unknown error number.";
-    }
+  out += message_of(error);
+  if (error == errors::mismatched_end_tag || error == errors::unclosed_elements) {
+    // Both always carry the open tag; without one, its name reads empty and
+    // its row 0 rather than failing.
+    const std::string_view name = last_start_tag ? last_start_tag->name : std::string_view();
+    const std::uint32_t row = last_start_tag ? last_start_tag->row : 0;
+    fmt::format_to(std::back_inserter(out), "last start tag={} on row {}.", name, row);
   }
   return out;
 }

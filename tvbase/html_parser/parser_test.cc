@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include <tvbase/testing/exact_buffer.h>
+
 namespace html_parser {
 namespace {
 
@@ -39,6 +41,10 @@ std::string show_attributes(const tag& t) {
 }
 
 struct outcome {
+  // The parsed text, in a block of exactly its size so that a read past its
+  // end is reported under the address sanitizer; the error's views point
+  // into it.
+  std::unique_ptr<testing_support::exact_buffer<char>> text;
   std::vector<std::string> events;
   std::vector<std::string> attributes;  // per element
   std::optional<parse_error> error;
@@ -46,7 +52,8 @@ struct outcome {
 
 outcome scan(std::string_view text, bool strict) {
   outcome out;
-  out.error = parser::parse(text, strict, [&out](const tag& t, const open_tags& open) {
+  out.text = std::make_unique<testing_support::exact_buffer<char>>(text);
+  out.error = parser::parse(out.text->view(), strict, [&out](const tag& t, const open_tags& open) {
     out.events.push_back(show(t, open));
     out.attributes.push_back(show_attributes(t));
     return true;
@@ -537,6 +544,12 @@ TEST(StrictFunction, BehavesAsStdFunction) {
   EXPECT_EQ(count.use_count(), 1);
   EXPECT_FALSE(f);
 }
+
+// ---------------------------------------------------------------------------
+// Former bugs. Each test here is named for a fault that the scanner had, and
+// says what broke. None is on record: the history of the scanner, its fuzz
+// target's runs and the exact-size inputs above under the address sanitizer
+// have shown none so far. A fault found later gets its test here.
 
 }  // namespace
 }  // namespace html_parser

@@ -236,9 +236,9 @@ TEST(JsonParseLarge, MillionKeysInOneDictionary) {
 // Dictionaries at one depth share the reader's key index of that depth;
 // each starts it empty, whatever the one before held.
 TEST(JsonParseLarge, EachDictionaryStartsItsOwnKeyIndex) {
-  // Key counts past the 16 that the reader searches linearly, falling, so
+  // Key counts past the 1,024 that the reader searches linearly, falling, so
   // that a table left from the one before would be larger than needed.
-  const std::size_t counts[] = {100, 40, 20, 17};
+  const std::size_t counts[] = {4000, 2000, 1500, 1100};
   std::wstring text = L"[";
   for (std::size_t d = 0; d < std::size(counts); ++d) {
     const std::wstring prefix = L"\"" + std::wstring(1, static_cast<wchar_t>(L'a' + d));

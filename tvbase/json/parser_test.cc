@@ -1,10 +1,14 @@
 #include <tvbase/json/object.h>
 #include <tvbase/json/parser.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
+
+#include <tvbase/testing/exact_buffer.h>
 
 #include "test_text.h"
 
@@ -14,6 +18,9 @@ using json::object;
 
 // Wide text for traces; units above 0x7E are shown as \x{...}.
 using json::testing::shown;
+// Texts that the reader sees lie in blocks of exactly their size, so a read
+// past the end of the view is reported under the address sanitizer.
+using testing_support::exact_buffer;
 
 struct error_row {
   std::wstring text;
@@ -27,7 +34,8 @@ void check_errors(const std::vector<error_row>& rows) {
   for (const error_row& r : rows) {
     SCOPED_TRACE(shown(r.text));
     object target;
-    const auto error = target.parse(r.text);
+    const exact_buffer text{r.text};
+    const auto error = target.parse(text.view());
     ASSERT_TRUE(error);
     EXPECT_EQ(error->message, r.message);
     EXPECT_EQ(error->line, r.line);
@@ -210,7 +218,8 @@ TEST(JsonParse, ReadsScalarsAndNormalisesExponents) {
   for (const row& r : rows) {
     SCOPED_TRACE(shown(r.text));
     object value;
-    const auto error = value.parse(r.text);
+    const exact_buffer text{r.text};
+    const auto error = value.parse(text.view());
     ASSERT_FALSE(error) << error->message;
     EXPECT_EQ(value.to_string(), r.written);
     // What was written reads back to the same tree.
@@ -260,7 +269,8 @@ TEST(JsonParse, ReadsOverWhatTheTargetHolds) {
     SCOPED_TRACE(shown(r.before) + " <- " + shown(r.text));
     object value;
     ASSERT_FALSE(value.parse(r.before));
-    const auto error = value.parse(r.text);
+    const exact_buffer text{r.text};
+    const auto error = value.parse(text.view());
     ASSERT_FALSE(error) << error->message;
     EXPECT_EQ(value.to_string(), r.after);
   }
@@ -330,11 +340,12 @@ TEST(JsonNumberText, AcceptsExactlyOneNumber) {
   };
   for (const row& r : rows) {
     SCOPED_TRACE(shown(r.text));
+    const exact_buffer text{r.text};
     if (r.normal) {
-      EXPECT_EQ(json::functions::wstring_to_number_wstring(r.text), r.normal);
+      EXPECT_EQ(json::functions::wstring_to_number_wstring(text.view()), r.normal);
     } else {
       try {
-        json::functions::wstring_to_number_wstring(r.text);
+        json::functions::wstring_to_number_wstring(text.view());
         ADD_FAILURE() << "accepted";
       } catch (const std::invalid_argument& e) {
         EXPECT_STREQ(e.what(), "json::number= invalid string argument");
@@ -343,6 +354,66 @@ TEST(JsonNumberText, AcceptsExactlyOneNumber) {
   }
   using namespace std::string_literals;
   EXPECT_THROW(json::functions::wstring_to_number_wstring(L"1\0"s), std::invalid_argument);
+}
+
+// ---------------------------------------------------------------------------
+// Former bugs. Each test is named for a fault that the JSON model had, and
+// says what broke.
+
+// as_uint looked for the minus in the first unit only, so the number text
+// " -1" threw out_of_range instead of wrapping as a 32-bit stoul does.
+TEST(JsonFormerBugs, AsUintFindsTheSignBehindBlanks) {
+  struct row {
+    const wchar_t* text;
+    std::optional<unsigned int> expected;  // empty: out_of_range
+  };
+  const row rows[] = {
+      {L"-1", 4294967295u},           {L" -1", 4294967295u},
+      {L"\t\n-5", 4294967291u},       {L" 7", 7u},
+      {L" -4294967295", 1u},          {L" -4294967296", std::nullopt},
+      {L" 4294967296", std::nullopt},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(shown(r.text));
+    object value;
+    value = json::number(r.text);
+    if (r.expected) {
+      EXPECT_EQ(value.as_uint(0), *r.expected);
+    } else {
+      EXPECT_THROW(static_cast<void>(value.as_uint(0)), std::out_of_range);
+    }
+  }
+}
+
+// The reader searched a dictionary linearly for every key it read, so 100,000
+// keys took 19 s. The key index that replaced the search must still send a
+// repeated key to its earliest entry, also among entries that the dictionary
+// held before the read.
+TEST(JsonFormerBugs, KeyIndexSendsARepeatToItsEarliestEntry) {
+  constexpr unsigned int kKeys = 5000;  // well past the size where the index starts
+  const auto key = [](unsigned int i) { return L"\"k" + std::to_wstring(i) + L"\""; };
+  std::wstring before = L"{";
+  for (unsigned int i = 0; i < kKeys; ++i) before += key(i) + L":0,";
+  before.back() = L'}';
+  // The text repeats an old key twice, adds new keys and repeats one of them.
+  std::wstring text = L"{" + key(7) + L":1," + key(kKeys) + L":2," + key(4321) + L":3,";
+  for (unsigned int i = kKeys + 1; i < 2 * kKeys; ++i) text += key(i) + L":4,";
+  text += key(7) + L":5," + key(kKeys) + L":6}";
+  object value;
+  ASSERT_FALSE(value.parse(before));
+  const exact_buffer exact{text};
+  ASSERT_FALSE(value.parse(exact.view()));
+  std::vector<std::wstring> keys;
+  value.foreach([&](const std::wstring& k, const object&) {
+    keys.push_back(k);
+    return true;
+  });
+  ASSERT_EQ(keys.size(), 2u * kKeys) << "a repeated key adds no entry";
+  for (unsigned int i = 0; i < 2 * kKeys; ++i) ASSERT_EQ(L"\"" + keys[i] + L"\"", key(i)) << i;
+  EXPECT_EQ(value(L"k7").as_int(0), 5);
+  EXPECT_EQ(value(L"k4321").as_int(0), 3);
+  EXPECT_EQ(value(std::to_wstring(kKeys).insert(0, L"k")).as_int(0), 6);
+  EXPECT_EQ(value(L"k8").as_int(-1), 0);
 }
 
 }  // namespace

@@ -3,14 +3,23 @@
 
 // Listing the items of one folder, and the conversion of wide paths to the
 // bytes the system takes. Wide text is UTF-16 units, one per wchar_t.
+//
+// Names are UTF-8 on disk. Each byte that starts no valid UTF-8 sequence is
+// held as the unit 0xDC00 + byte (0xDC80-0xDCFF, which valid UTF-8 never
+// gives), so every name turns back into the bytes it came from.
 
-#include <tvbase/platform/find_data.h>
-
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
 namespace platform {
+
+// Attribute bits of an item, as on Windows.
+inline constexpr std::uint32_t kAttributeDirectory = 0x10;      // a folder, or a link to one
+inline constexpr std::uint32_t kAttributeNormal = 0x80;         // a plain item, no other bit
+inline constexpr std::uint32_t kAttributeReparsePoint = 0x400;  // a symbolic link
 
 // An open listing of one folder.
 struct dir_listing;
@@ -21,11 +30,13 @@ dir_listing* open_dir(std::wstring_view folder, std::uint32_t& error);
 
 enum class read_status { item, end, failed };
 
-// Fills the attributes and name of the next item into `data`, leaving its
-// other fields alone. A symbolic link carries kAttributeReparsePoint, and
-// kAttributeDirectory too when it leads to a folder. On `failed`, `error`
-// holds the system's code.
-read_status read_dir(dir_listing* listing, find_data& data, std::uint32_t& error);
+// Gives the next item: its zero-ended name in `name` (cut to name.size() - 1
+// units; `name` must not be empty) and its attribute bits in `attributes`. A
+// symbolic link carries kAttributeReparsePoint, and kAttributeDirectory too
+// when it leads to a folder. On `failed`, `error` holds the system's code; on
+// `end` nothing is written.
+read_status read_dir(dir_listing* listing, std::span<wchar_t> name, std::uint32_t& attributes,
+                     std::uint32_t& error);
 
 // Ends a listing; null is allowed.
 void close_dir(dir_listing* listing);

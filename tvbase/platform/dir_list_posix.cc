@@ -97,7 +97,8 @@ dir_listing* open_dir(std::wstring_view folder, std::uint32_t& error) {
   return new dir_listing{dir};
 }
 
-read_status read_dir(dir_listing* listing, find_data& data, std::uint32_t& error) {
+read_status read_dir(dir_listing* listing, std::span<wchar_t> name, std::uint32_t& attributes,
+                     std::uint32_t& error) {
   errno = 0;
   const dirent* entry = readdir(listing->dir);
   if (entry == nullptr) {
@@ -105,8 +106,8 @@ read_status read_dir(dir_listing* listing, find_data& data, std::uint32_t& error
     error = static_cast<std::uint32_t>(errno);
     return read_status::failed;
   }
-  path_to_wide(entry->d_name, data.file_name, std::size(data.file_name));
-  data.attributes = attributes_of(listing->dir, *entry);
+  path_to_wide(entry->d_name, name.data(), name.size());
+  attributes = attributes_of(listing->dir, *entry);
   return read_status::item;
 }
 

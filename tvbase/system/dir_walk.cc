@@ -10,6 +10,10 @@
 namespace os {
 namespace {
 
+static_assert(file_attribute_directory == platform::kAttributeDirectory);
+static_assert(file_attribute_normal == platform::kAttributeNormal);
+static_assert(file_attribute_reparse_point == platform::kAttributeReparsePoint);
+
 constexpr wchar_t kSeparator = L'/';
 
 wchar_t fold(wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c + 32) : c; }
@@ -36,21 +40,21 @@ dir_info::dir_info(std::wstring_view path) : path_(path) {
   if (path_.back() != kSeparator) path_ += kSeparator;
 }
 
-std::wstring_view dir_info::name() const {
-  return {data_.file_name, wcsnlen(data_.file_name, std::size(data_.file_name))};
+std::wstring_view dir_info::name() const noexcept {
+  return {data_.cFileName, wcsnlen(data_.cFileName, std::size(data_.cFileName))};
 }
 
 bool dir_info::is_folder() const {
   if (state_ != item_state::item) throw std::invalid_argument("dir_info: not an item");
-  return (data_.attributes & platform::kAttributeDirectory) != 0;
+  return (data_.dwFileAttributes & file_attribute_directory) != 0;
 }
 
-bool dir_info::is_dots() const {
+bool dir_info::is_dots() const noexcept {
   const std::wstring_view n = name();
   return n == L"." || n == L"..";
 }
 
-void dir_info::clear(item_state state) {
+void dir_info::clear(item_state state) noexcept {
   state_ = state;
   std::memset(&data_, 0, sizeof data_);
 }
@@ -92,14 +96,15 @@ dir_walk::result dir_walk::list_folder(dir_info& info, std::list<std::wstring>& 
     return result::list_failed;
   }
   for (;;) {
-    const platform::read_status status = platform::read_dir(listing.get(), info.data_, error);
+    const platform::read_status status =
+        platform::read_dir(listing.get(), info.data_.cFileName, info.data_.dwFileAttributes, error);
     if (status == platform::read_status::end) break;
     if (status == platform::read_status::failed) {
       last_error_ = error;
       return result::list_failed;
     }
-    const std::uint32_t attributes = info.data_.attributes;
-    if ((attributes & platform::kAttributeDirectory) == 0) {
+    const std::uint32_t attributes = info.data_.dwFileAttributes;
+    if ((attributes & file_attribute_directory) == 0) {
       if (go_on_check_ && !go_on_check_(info)) return result::stopped;
       if (file_action_(info) == file_action_result::stop) return result::stopped;
     } else if (!info.is_dots()) {
@@ -107,7 +112,7 @@ dir_walk::result dir_walk::list_folder(dir_info& info, std::list<std::wstring>& 
       const directory_action_result answer = directory_action_(info);
       if (answer == directory_action_result::stop) return result::stopped;
       if (answer == directory_action_result::descend &&
-          (attributes & platform::kAttributeReparsePoint) == 0) {
+          (attributes & file_attribute_reparse_point) == 0) {
         std::wstring sub;
         const std::wstring_view name = info.name();
         sub.reserve(info.subfolder_.size() + name.size() + 1);

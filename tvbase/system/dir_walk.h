@@ -2,7 +2,6 @@
 #define TVBASE_SYSTEM_DIR_WALK_H
 
 #include <tvbase/export.h>
-#include <tvbase/platform/find_data.h>
 
 #include <cstdint>
 #include <functional>
@@ -11,6 +10,45 @@
 #include <string_view>
 
 namespace os {
+
+// A time as the system's find data keeps it: 100-nanosecond ticks since
+// 1 January 1601 (UTC), split into two 32-bit halves.
+struct file_time {
+  std::uint32_t dwLowDateTime;
+  std::uint32_t dwHighDateTime;
+};
+
+// Bits of find_data::dwFileAttributes, with their Windows values.
+inline constexpr std::uint32_t file_attribute_directory = 0x10;       // a folder, or a link to one
+inline constexpr std::uint32_t file_attribute_normal = 0x80;          // a plain item, no other bit
+inline constexpr std::uint32_t file_attribute_reparse_point = 0x400;  // a symbolic link
+
+// What a folder listing tells of one item. The record is the library's own,
+// with the field names, types and order of the Windows find data, so code that
+// reads it is written once for every system:
+//
+//   const os::find_data& d = info.data();
+//   if (d.dwFileAttributes & os::file_attribute_directory) { /* d.cFileName */ }
+//
+// The name is UTF-16 units, one per wchar_t, ended by a zero; a name of more
+// than 259 units is cut there. On Linux a listing fills the attributes and the
+// name only: times, size and the alternate name stay zero, since they would
+// cost a file-status call per item. Names are UTF-8 on disk; each byte that
+// starts no valid UTF-8 sequence is held as the unit 0xDC00 + byte (0xDC80 to
+// 0xDCFF, which valid UTF-8 never gives), so native_path() turns every name
+// back into the bytes it came from.
+struct find_data {
+  std::uint32_t dwFileAttributes;
+  file_time ftCreationTime;  // zero when not known
+  file_time ftLastAccessTime;
+  file_time ftLastWriteTime;
+  std::uint32_t nFileSizeHigh;
+  std::uint32_t nFileSizeLow;
+  std::uint32_t dwReserved0;
+  std::uint32_t dwReserved1;
+  wchar_t cFileName[260];
+  wchar_t cAlternateFileName[14];
+};
 
 // What the actions of a walk see: the start folder, the current folder
 // relative to it, where the walk is (entering a folder, at an item of it, or
@@ -24,31 +62,31 @@ class TVBASE_EXPORT dir_info {
   // with "dir_info: path cannot be empty" for an empty path.
   explicit dir_info(std::wstring_view path);
 
-  const std::wstring& path() const { return path_; }
-  const std::wstring& subfolder() const { return subfolder_; }
-  item_state state() const { return state_; }
+  const std::wstring& path() const noexcept { return path_; }
+  const std::wstring& subfolder() const noexcept { return subfolder_; }
+  item_state state() const noexcept { return state_; }
   // All zero while entering or leaving a folder.
-  const platform::find_data& data() const { return data_; }
-  std::uint32_t attributes() const { return data_.attributes; }
+  const find_data& data() const noexcept { return data_; }
+  std::uint32_t attributes() const noexcept { return data_.dwFileAttributes; }
   // The item's name; empty while entering or leaving a folder.
-  std::wstring_view name() const;
+  std::wstring_view name() const noexcept;
 
   // True if the item is a folder, or a link to one (attribute bit 0x10).
   // Throws std::invalid_argument with "dir_info: not an item" outside
   // item_state::item.
   [[nodiscard]] bool is_folder() const;
   // True if the item's name is "." or "..".
-  [[nodiscard]] bool is_dots() const;
+  [[nodiscard]] bool is_dots() const noexcept;
 
  private:
   friend class dir_walk;
 
-  void clear(item_state state);
+  void clear(item_state state) noexcept;
 
   std::wstring path_;
   std::wstring subfolder_;
   item_state state_ = item_state::entering;
-  platform::find_data data_{};
+  find_data data_{};
 };
 
 // Walks a folder and, as asked, its subfolders, calling a file action for each
@@ -78,6 +116,10 @@ class TVBASE_EXPORT dir_walk {
   enum class directory_action_result { skip = 0, descend = 1, stop = 2 };
   // Any value but 0 and 1 drops subfolders, so only the start folder is listed.
   enum class walk_order { breadth_first = 0, depth_first = 1, no_descent = 2 };
+  // Whether each folder also gets a call as it is entered and left.
+  enum class folder_reports { off = 0, entry_and_exit = 1 };
+  // The order in which the subfolders found in one folder join the queue.
+  enum class folder_sort { as_listed = 0, by_folded_name = 1 };
 
   using file_action = std::function<file_action_result(const dir_info&)>;
   using directory_action = std::function<directory_action_result(const dir_info&)>;
@@ -92,17 +134,21 @@ class TVBASE_EXPORT dir_walk {
   // the directory action and then the file action, on exit the file action
   // and then the directory action. Any answer there but descend and go_on
   // stops the walk, skip included. Off by default.
-  void set_report_folders(bool on) { report_folders_ = on; }
-  // Sorts the subfolders found in each folder, stably, by their relative
-  // paths with A-Z folded to a-z, so "a", "B", "c" keep that order. Off by
-  // default.
-  void set_sort_folders(bool on) { sort_folders_ = on; }
+  void set_report_folders(folder_reports reports) noexcept {
+    report_folders_ = reports == folder_reports::entry_and_exit;
+  }
+  // by_folded_name sorts the subfolders found in each folder, stably, by
+  // their relative paths with A-Z folded to a-z, so "a", "B", "c" keep that
+  // order. As listed by default.
+  void set_sort_folders(folder_sort sort) noexcept {
+    sort_folders_ = sort == folder_sort::by_folded_name;
+  }
   // Breadth-first by default.
-  void set_order(walk_order order) { order_ = order; }
+  void set_order(walk_order order) noexcept { order_ = order; }
 
   // The system's code (errno here) of the last folder that couldn't be listed;
   // kept until the next such failure, 0 before any.
-  std::uint32_t last_error() const { return last_error_; }
+  std::uint32_t last_error() const noexcept { return last_error_; }
 
   // Walks `path`. The actions are taken over by the object and stay in it
   // after the walk.

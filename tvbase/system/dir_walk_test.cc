@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 
 #include <tvbase/platform/dir_list.h>
+#include <tvbase/testing/exact_buffer.h>
 
 namespace {
 
@@ -28,6 +29,9 @@ using os::dir_walk;
 using file_result = dir_walk::file_action_result;
 using dir_result = dir_walk::directory_action_result;
 using state = dir_info::item_state;
+// Paths and names given to the library lie in blocks of exactly their size,
+// so a read past the end of a view is reported under the address sanitizer.
+using testing_support::exact_buffer;
 
 // A folder under /tmp, removed with all it holds at the end of the test.
 class temp_tree {
@@ -120,7 +124,8 @@ TEST(DirInfo, KeepsOneTrailingSeparator) {
       {L"/tmp", L"/tmp/"}, {L"/tmp/", L"/tmp/"}, {L"/", L"/"}, {L"a", L"a/"}, {L"a//", L"a//"}};
   for (const auto& [in, out] : rows) {
     SCOPED_TRACE(narrow(in));
-    const dir_info info(in);
+    const exact_buffer path{in};
+    const dir_info info(path.view());
     EXPECT_EQ(info.path(), out);
     EXPECT_TRUE(info.subfolder().empty());
     EXPECT_EQ(info.state(), state::entering);
@@ -165,8 +170,8 @@ TEST(DirWalk, VisitsFoldersInTheAskedOrder) {
     recorder rec;
     dir_walk walker;
     walker.set_order(r.order);
-    walker.set_sort_folders(true);
-    walker.set_report_folders(true);
+    walker.set_sort_folders(dir_walk::folder_sort::by_folded_name);
+    walker.set_report_folders(dir_walk::folder_reports::entry_and_exit);
     ASSERT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), dir_walk::result::finished);
     EXPECT_EQ(rec.entered(), r.entered);
     // Each entered folder is left before the next is entered.
@@ -185,7 +190,7 @@ TEST(DirWalk, UnsortedOrdersKeepTheirShape) {
     recorder rec;
     dir_walk walker;
     walker.set_order(order);
-    walker.set_report_folders(true);
+    walker.set_report_folders(dir_walk::folder_reports::entry_and_exit);
     ASSERT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), dir_walk::result::finished);
     const std::vector<std::string> entered = rec.entered();
     ASSERT_EQ(sorted(entered), sorted({"", "p/", "p/q/", "p/q/r/", "p/s/", "t/", "t/u/", "v/",
@@ -216,8 +221,8 @@ TEST(DirWalk, SortFoldsCaseAndLeavesFilesAlone) {
   recorder rec;
   dir_walk walker;
   walker.set_order(dir_walk::walk_order::depth_first);
-  walker.set_sort_folders(true);
-  walker.set_report_folders(true);
+  walker.set_sort_folders(dir_walk::folder_sort::by_folded_name);
+  walker.set_report_folders(dir_walk::folder_reports::entry_and_exit);
   ASSERT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), dir_walk::result::finished);
   // '-' (0x2D) is below 'b'; a plain sort by value would put "B/" first.
   EXPECT_EQ(rec.entered(), (std::vector<std::string>{"", "a-/", "a/", "ab/", "B/", "c/"}));
@@ -227,10 +232,10 @@ TEST(DirWalk, SortFoldsCaseAndLeavesFilesAlone) {
   std::uint32_t error = 0;
   platform::dir_listing* listing = platform::open_dir(tree.wide(), error);
   ASSERT_NE(listing, nullptr);
-  platform::find_data data{};
-  while (platform::read_dir(listing, data, error) == platform::read_status::item) {
-    if (!(data.attributes & platform::kAttributeDirectory))
-      listed.push_back("f " + narrow(data.file_name));
+  wchar_t name[260];
+  std::uint32_t attributes = 0;
+  while (platform::read_dir(listing, name, attributes, error) == platform::read_status::item) {
+    if (!(attributes & platform::kAttributeDirectory)) listed.push_back("f " + narrow(name));
   }
   platform::close_dir(listing);
   std::vector<std::string> files;
@@ -245,14 +250,14 @@ TEST(DirWalk, ReportsEntryAndExitInOrder) {
   tree.add({"empty/"});
   recorder rec;
   dir_walk walker;
-  walker.set_report_folders(true);
+  walker.set_report_folders(dir_walk::folder_reports::entry_and_exit);
   std::vector<bool> zero_data;
   auto files = rec.files();
   ASSERT_EQ(walker.walk(
                 tree.wide(),
                 [&](const dir_info& i) {
                   if (i.state() != state::item) {
-                    const platform::find_data blank{};
+                    const os::find_data blank{};
                     zero_data.push_back(std::memcmp(&blank, &i.data(), sizeof blank) == 0);
                   }
                   return files(i);
@@ -265,7 +270,7 @@ TEST(DirWalk, ReportsEntryAndExitInOrder) {
 
   // Without the extra calls an empty folder gives nothing at all.
   recorder quiet;
-  walker.set_report_folders(false);
+  walker.set_report_folders(dir_walk::folder_reports::off);
   ASSERT_EQ(walker.walk(tree.wide(), quiet.files(), quiet.folders()), dir_walk::result::finished);
   EXPECT_EQ(quiet.calls, std::vector<std::string>{"d empty"});
 }
@@ -296,7 +301,8 @@ TEST(DirWalk, StopsOnTheAnswersThatStop) {
     SCOPED_TRACE(r.name);
     recorder rec;
     dir_walk walker;
-    walker.set_report_folders(r.report);
+    walker.set_report_folders(r.report ? dir_walk::folder_reports::entry_and_exit
+                                       : dir_walk::folder_reports::off);
     const auto result = walker.walk(
         tree.wide(),
         [&](const dir_info& i) {
@@ -362,7 +368,7 @@ TEST(DirWalk, UnlistableFolderEndsTheWalk) {
     if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(3);
     recorder rec;
     dir_walk walker;
-    walker.set_sort_folders(true);
+    walker.set_sort_folders(dir_walk::folder_sort::by_folded_name);
     const auto r = walker.walk(tree.wide(), rec.files(), rec.folders());
     std::string out =
         std::to_string(static_cast<int>(r)) + " " + std::to_string(walker.last_error());
@@ -425,8 +431,9 @@ TEST(DirWalk, NamesThatAreNotUtf8SurviveTheRoundTrip) {
   dir_walk walker;
   std::vector<std::wstring> names;
   auto files = rec.files();
+  const exact_buffer root{tree.wide()};
   ASSERT_EQ(walker.walk(
-                tree.wide(),
+                root.view(),
                 [&](const dir_info& i) {
                   names.emplace_back(i.name());
                   return files(i);
@@ -438,6 +445,13 @@ TEST(DirWalk, NamesThatAreNotUtf8SurviveTheRoundTrip) {
   std::sort(names.begin(), names.end());
   EXPECT_EQ(names, (std::vector<std::wstring>{{L'x', wchar_t{0xDCE9}, L'y'},
                                               {wchar_t{0xD83D}, wchar_t{0xDE00}}}));
+  // Each name turns into the bytes on disk and back.
+  for (const std::wstring& name : names) {
+    SCOPED_TRACE(narrow(name));
+    const exact_buffer wide{name};
+    const exact_buffer bytes{os::native_path(wide.view())};
+    EXPECT_EQ(os::wide_path(bytes.view()), name);
+  }
 }
 
 TEST(DirWalk, ClosesListingsWhenAnActionThrows) {

@@ -72,7 +72,7 @@ class TVBASE_EXPORT TvGdi {
 
   // The size of the icon's colour image. False, leaving `size` alone, for a
   // null icon or a monochrome one (which has a mask image only).
-  static bool GetIconSize(HICON icon, SIZE& size);
+  [[nodiscard]] static bool GetIconSize(HICON icon, SIZE& size);
 
   // One icon; see LoadIcons().
   [[nodiscard]] static HICON LoadIconA(const char* source, int width, int height);
@@ -86,7 +86,7 @@ class TVBASE_EXPORT TvGdi {
   static void DestroyIcon(HICON icon);
 
   // The icon's image; false for a null icon.
-  static bool GetIconPixels(HICON icon, IconPixels& pixels);
+  [[nodiscard]] static bool GetIconPixels(HICON icon, IconPixels& pixels);
 };
 
 #endif  // TVBASE_SYSTEM_GDI_H

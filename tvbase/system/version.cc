@@ -10,7 +10,7 @@ unsigned long low32(unsigned long v) { return v & 0xFFFFFFFFul; }
 
 }  // namespace
 
-int TvVersion::Compare(unsigned long a, unsigned long b, CompareType type) {
+int TvVersion::Compare(unsigned long a, unsigned long b, CompareType type) noexcept {
   const int index = static_cast<int>(type);
   const unsigned long mask = index >= 0 && index <= 2 ? kMasks[index] : kMasks[3];
   const unsigned long x = a & mask;
@@ -18,7 +18,7 @@ int TvVersion::Compare(unsigned long a, unsigned long b, CompareType type) {
   return x < y ? -1 : x > y ? 1 : 0;
 }
 
-unsigned long TvVersion::Parse(const char* text) {
+unsigned long TvVersion::Parse(const char* text) noexcept {
   if (text == nullptr || !is_digit(text[0])) return 0;
   unsigned long major = static_cast<unsigned long>(text[0] - '0');
   const char* p = text + 1;
@@ -41,7 +41,7 @@ unsigned long TvVersion::Parse(const char* text) {
 }
 
 void TvVersion::GetString(char* buffer, unsigned long version, bool noUnderscore,
-                          CompareType type) {
+                          CompareType type) noexcept {
   const int parts = static_cast<int>(type);
   char* out = buffer;
   if (parts >= 0) {

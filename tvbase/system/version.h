@@ -13,7 +13,8 @@
 // All members are static and the class holds no data.
 //
 // Parse() gives 0 for any text that isn't exactly such a form, which is also
-// the packed form of "0.00_": a caller can't tell the two apart.
+// the packed form of "0.00_": a caller can't tell the two apart. Compare() and
+// Parse() throw nothing; ToString() only the exception of exhausted memory.
 //
 //   unsigned long v = TvVersion::Parse("12.41b");               // 0x0C040102
 //   TvVersion::Compare(v, TvVersion::Parse("12.41a"),
@@ -35,12 +36,12 @@ class TVBASE_EXPORT TvVersion {
 
   // -1 if `a` is the smaller under the mask of `type`, 1 if `b` is, else 0. A
   // `type` other than 0, 1 and 2 compares all four parts.
-  [[nodiscard]] static int Compare(unsigned long a, unsigned long b, CompareType type);
+  [[nodiscard]] static int Compare(unsigned long a, unsigned long b, CompareType type) noexcept;
 
   // The packed form of one or two major digits, ".", a minor and a sub-level
   // digit, and "_" or a small letter, with nothing before or after. Anything
   // else, a null pointer included, gives 0.
-  [[nodiscard]] static unsigned long Parse(const char* text);
+  [[nodiscard]] static unsigned long Parse(const char* text) noexcept;
 
   // The written form up to the part that `type` names: "12", "12.4", "12.40"
   // or "12.40b"; a `type` above 3 writes all four parts, a negative one gives
@@ -58,7 +59,8 @@ class TVBASE_EXPORT TvVersion {
   // Room for the longest form, 6 characters, and the zero.
   static constexpr int kBufferSize = 7;
 
-  static void GetString(char* buffer, unsigned long version, bool noUnderscore, CompareType type);
+  static void GetString(char* buffer, unsigned long version, bool noUnderscore,
+                        CompareType type) noexcept;
 };
 
 #endif  // TVBASE_SYSTEM_VERSION_H

@@ -6,7 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <tvbase/testing/exact_buffer.h>
+
 namespace {
+
+// Texts lie in blocks that end with their zero (see exact_buffer.h).
+using testing_support::ending;
+using testing_support::exact_buffer;
 
 TEST(TvVersion, ParsesAndWritesBack) {
   struct row {
@@ -20,7 +26,8 @@ TEST(TvVersion, ParsesAndWritesBack) {
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.text);
-    EXPECT_EQ(TvVersion::Parse(r.text), r.packed);
+    const exact_buffer exact{r.text, ending::zero};
+    EXPECT_EQ(TvVersion::Parse(exact.c_str()), r.packed);
     const std::string text = r.text;
     // A leading zero of the major number is not written back.
     const std::string expected =
@@ -37,7 +44,8 @@ TEST(TvVersion, RefusesEveryOtherForm) {
   };
   for (const char* text : rows) {
     SCOPED_TRACE(text);
-    EXPECT_EQ(TvVersion::Parse(text), 0u);
+    const exact_buffer exact{text, ending::zero};
+    EXPECT_EQ(TvVersion::Parse(exact.c_str()), 0u);
   }
   EXPECT_EQ(TvVersion::Parse(nullptr), 0u);
 }

@@ -27,8 +27,8 @@ namespace convert {
 // other code page it reads the bytes as UTF-8 (a malformed sequence becomes
 // U+FFFD) and continues as the wide form: a recoding from UTF-8 to
 // `code_page`.
-TVBASE_EXPORT std::string url_encode(std::string_view text, unsigned int code_page);
-TVBASE_EXPORT std::string url_encode(std::wstring_view text, unsigned int code_page);
+[[nodiscard]] TVBASE_EXPORT std::string url_encode(std::string_view text, unsigned int code_page);
+[[nodiscard]] TVBASE_EXPORT std::string url_encode(std::wstring_view text, unsigned int code_page);
 
 }  // namespace convert
 

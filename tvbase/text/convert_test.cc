@@ -4,7 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <tvbase/testing/exact_buffer.h>
+
 namespace {
+
+// Every input lies in a block of exactly its size (see exact_buffer.h).
+using testing_support::exact_buffer;
 
 struct narrow_row {
   std::string text;
@@ -37,7 +42,8 @@ TEST(UrlEncode, EncodesNarrowText) {
   };
   for (const narrow_row& r : rows) {
     SCOPED_TRACE(r.text + " / " + std::to_string(r.code_page));
-    EXPECT_EQ(convert::url_encode(r.text, r.code_page), r.expected);
+    const exact_buffer text{r.text};
+    EXPECT_EQ(convert::url_encode(text.view(), r.code_page), r.expected);
   }
 }
 
@@ -72,14 +78,16 @@ TEST(UrlEncode, ConvertsWideTextToTheCodePageFirst) {
   };
   for (const wide_row& r : rows) {
     SCOPED_TRACE(testing::Message() << "code page " << r.code_page << ", expected " << r.expected);
-    EXPECT_EQ(convert::url_encode(r.text, r.code_page), r.expected);
+    const exact_buffer text{r.text};
+    EXPECT_EQ(convert::url_encode(text.view(), r.code_page), r.expected);
   }
 }
 
 TEST(UrlEncode, EveryByteGivesOneOrThreeCharacters) {
   std::string all;
   for (int b = 0; b < 256; ++b) all.push_back(static_cast<char>(b));
-  const std::string encoded = convert::url_encode(all, 0);
+  const exact_buffer text{all};
+  const std::string encoded = convert::url_encode(text.view(), 0);
   // 72 kept bytes and the space give one character, the other 183 three.
   EXPECT_EQ(encoded.size(), 73u + 183u * 3u);
   for (const char c : encoded) EXPECT_LT(static_cast<unsigned char>(c), 0x80);

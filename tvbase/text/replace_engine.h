@@ -66,7 +66,7 @@ class TVBASE_EXPORT engine {
   std::basic_string<Char> apply();
 
   // The number of edits recorded since the last reset() or apply().
-  std::size_t size() const { return size_; }
+  std::size_t size() const noexcept { return size_; }
 
  private:
   struct replacement {

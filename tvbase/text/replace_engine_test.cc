@@ -7,12 +7,28 @@
 
 #include <gtest/gtest.h>
 
+#include <tvbase/testing/char_types.h>
+#include <tvbase/testing/exact_buffer.h>
 #include <tvbase/text/replace_engine_model.h>
 
 namespace {
 
 using replace_engine::model::edit;
 using replace_engine::model::naive_engine;
+using testing_support::exact_buffer;
+using testing_support::shown;
+using testing_support::widen;
+
+// The same suites for each instance of the engine. Every source text lies in
+// a block of exactly its size, so a read past a view's end is reported under
+// the address sanitizer.
+template <typename Char>
+class ReplaceEngine : public ::testing::Test {
+ protected:
+  using view = std::basic_string_view<Char>;
+  using engine = replace_engine::engine<Char>;
+};
+TYPED_TEST_SUITE(ReplaceEngine, testing_support::char_types, testing_support::char_type_names);
 
 struct row {
   const char* name;
@@ -21,8 +37,9 @@ struct row {
   std::string expected;
 };
 
-TEST(ReplaceEngine, FollowsTheCollisionRules) {
-  const std::string text = "abcdef";
+TYPED_TEST(ReplaceEngine, FollowsTheCollisionRules) {
+  using Char = TypeParam;
+  const exact_buffer text{widen<Char>("abcdef")};
   const std::vector<row> rows = {
       {"order of recording does not matter", {{2, 2, "X"}, {0, 2, "YY"}}, {true, true}, "YYXef"},
       {"overlap refused", {{1, 2, "1"}, {2, 2, "2"}}, {true, false}, "a1def"},
@@ -59,81 +76,91 @@ TEST(ReplaceEngine, FollowsTheCollisionRules) {
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.name);
-    replace_engine::engine<char> engine{text};
+    typename TestFixture::engine engine{text.view()};
     for (std::size_t i = 0; i < r.edits.size(); ++i) {
       const edit& e = r.edits[i];
-      const std::string_view what(text.data() + std::min(e.at, text.size()), e.length);
-      EXPECT_EQ(engine.replace(what, e.with), r.accepted[i]) << "edit " << i;
+      const typename TestFixture::view what(text.data() + std::min(e.at, text.size()), e.length);
+      const exact_buffer with{widen<Char>(e.with)};
+      EXPECT_EQ(engine.replace(what, with.view()), r.accepted[i]) << "edit " << i;
     }
-    EXPECT_EQ(engine.apply(), r.expected);
-    EXPECT_EQ(engine.apply(), text) << "a second apply gives the unedited source";
+    EXPECT_EQ(shown(engine.apply()), r.expected);
+    EXPECT_EQ(shown(engine.apply()), "abcdef") << "a second apply gives the unedited source";
   }
 }
 
-TEST(ReplaceEngine, RefusesViewsOutsideTheText) {
-  const std::string text = "abcdef";
-  const std::string copy = text;
-  replace_engine::engine<char> engine{text};
-  EXPECT_FALSE(engine.replace(std::string_view(copy).substr(1, 2), "x"))
-      << "equal content elsewhere";
-  EXPECT_FALSE(engine.replace(std::string_view(), "x")) << "null view";
-  EXPECT_FALSE(engine.replace(std::string_view(text.data() + 5, 2), "x")) << "runs past the end";
+TYPED_TEST(ReplaceEngine, RefusesViewsOutsideTheText) {
+  using Char = TypeParam;
+  using view = typename TestFixture::view;
+  const exact_buffer text{widen<Char>("abcdef")};
+  const exact_buffer copy{text.view()};
+  const exact_buffer x{widen<Char>("x")};
+  typename TestFixture::engine engine{text.view()};
+  EXPECT_FALSE(engine.replace(copy.view().substr(1, 2), x.view())) << "equal content elsewhere";
+  EXPECT_FALSE(engine.replace(view(), x.view())) << "null view";
+  EXPECT_FALSE(engine.replace(view(text.data() + 5, 2), x.view())) << "runs past the end";
   EXPECT_EQ(engine.size(), 0u);
-  EXPECT_EQ(engine.apply(), text);
+  EXPECT_EQ(shown(engine.apply()), "abcdef");
 }
 
-TEST(ReplaceEngine, CopiesNewContentAtOnceAndMayReadTheSource) {
-  const std::string text = "hello world";
-  replace_engine::engine<char> engine{text};
+TYPED_TEST(ReplaceEngine, CopiesNewContentAtOnceAndMayReadTheSource) {
+  using Char = TypeParam;
+  const exact_buffer text{widen<Char>("hello world")};
+  typename TestFixture::engine engine{text.view()};
   {
-    std::string temporary = "HELLO";
-    ASSERT_TRUE(engine.replace(std::string_view(text).substr(0, 5), temporary));
+    const exact_buffer temporary{widen<Char>("HELLO")};
+    ASSERT_TRUE(engine.replace(text.view().substr(0, 5), temporary.view()));
   }
-  ASSERT_TRUE(
-      engine.replace(std::string_view(text).substr(6, 5), std::string_view(text).substr(0, 5)));
-  EXPECT_EQ(engine.apply(), "HELLO hello");
+  ASSERT_TRUE(engine.replace(text.view().substr(6, 5), text.view().substr(0, 5)));
+  EXPECT_EQ(shown(engine.apply()), "HELLO hello");
 }
 
-TEST(ReplaceEngine, KeepsNulBytesAndCountsUnitsOfEachType) {
-  const std::string text("a\0b", 3);
-  replace_engine::engine<char> narrow{text};
-  ASSERT_TRUE(narrow.replace(std::string_view(text).substr(1, 1), std::string_view("\0\0", 2)));
-  EXPECT_EQ(narrow.apply(), std::string("a\0\0b", 4));
-
-  const std::wstring wide = L"x\xD83D\xDE00y";  // a surrogate pair is two units
-  replace_engine::engine<wchar_t> engine{wide};
-  ASSERT_TRUE(engine.replace(std::wstring_view(wide).substr(1, 1), L"?"));
-  EXPECT_EQ(engine.apply(), L"x?\xDE00y");
-
-  const std::u8string utf8 = u8"\u00E9t\u00E9";  // a span may cut a character in two
-  replace_engine::engine<char8_t> bytes{utf8};
-  ASSERT_TRUE(bytes.replace(std::u8string_view(utf8).substr(1, 2), u8"-"));
-  // GoogleTest as packaged cannot print char8_t strings: compare, then show bytes.
-  const std::u8string got = bytes.apply();
-  EXPECT_EQ(std::string(got.begin(), got.end()), "\xC3-\xC3\xA9");
+TYPED_TEST(ReplaceEngine, KeepsNulUnits) {
+  using Char = TypeParam;
+  const exact_buffer text{widen<Char>(std::string_view("a\0b", 3))};
+  const exact_buffer nuls{widen<Char>(std::string_view("\0\0", 2))};
+  typename TestFixture::engine engine{text.view()};
+  ASSERT_TRUE(engine.replace(text.view().substr(1, 1), nuls.view()));
+  EXPECT_EQ(shown(engine.apply()), std::string("a\0\0b", 4));
 }
 
-TEST(ReplaceEngine, ResetStartsABatchOnANewText) {
-  std::string first = "one two";
-  replace_engine::engine<char> engine{first};
-  ASSERT_TRUE(engine.replace(std::string_view(first).substr(0, 3), "1"));
-  std::string second = engine.apply();
-  engine.reset(second);
-  ASSERT_TRUE(engine.replace(std::string_view(second).substr(2, 3), "2"));
-  ASSERT_FALSE(engine.replace(std::string_view(first).substr(4, 3), "x"))
+// Lengths count units of the type: a span may take one unit of a character
+// that has two (a UTF-8 sequence, a surrogate pair).
+TYPED_TEST(ReplaceEngine, CountsUnitsNotCharacters) {
+  using Char = TypeParam;
+  const std::basic_string<Char> pair = testing_support::two_unit_character<Char>();
+  const exact_buffer text{widen<Char>("x") + pair + widen<Char>("y")};
+  const exact_buffer mark{widen<Char>("?")};
+  typename TestFixture::engine engine{text.view()};
+  ASSERT_TRUE(engine.replace(text.view().substr(1, 1), mark.view()));
+  EXPECT_EQ(shown(engine.apply()), shown(widen<Char>("x?") + pair.substr(1) + widen<Char>("y")));
+}
+
+TYPED_TEST(ReplaceEngine, ResetStartsABatchOnANewText) {
+  using Char = TypeParam;
+  const exact_buffer first{widen<Char>("one two")};
+  const exact_buffer one{widen<Char>("1")};
+  const exact_buffer two{widen<Char>("2")};
+  typename TestFixture::engine engine{first.view()};
+  ASSERT_TRUE(engine.replace(first.view().substr(0, 3), one.view()));
+  const exact_buffer second{engine.apply()};
+  engine.reset(second.view());
+  ASSERT_TRUE(engine.replace(second.view().substr(2, 3), two.view()));
+  ASSERT_FALSE(engine.replace(first.view().substr(4, 3), one.view()))
       << "old text no longer the source";
-  EXPECT_EQ(engine.apply(), "1 2");
+  EXPECT_EQ(shown(engine.apply()), "1 2");
 }
 
 // Random batches against the naive model, big enough to split index blocks.
-TEST(ReplaceEngine, MatchesTheLinearModelOnRandomBatches) {
+TYPED_TEST(ReplaceEngine, MatchesTheLinearModelOnRandomBatches) {
+  using Char = TypeParam;
   std::mt19937 random(12345);
   for (int round = 0; round < 40; ++round) {
     SCOPED_TRACE(round);
-    std::string text(static_cast<std::size_t>(random() % 4000), 'x');
-    for (char& c : text) c = static_cast<char>('a' + random() % 26);
-    replace_engine::engine<char> engine{text};
-    naive_engine model{text, {}};
+    std::string bytes(static_cast<std::size_t>(random() % 4000), 'x');
+    for (char& c : bytes) c = static_cast<char>('a' + random() % 26);
+    const exact_buffer text{widen<Char>(bytes)};
+    typename TestFixture::engine engine{text.view()};
+    naive_engine model{bytes, {}};
     const int count = static_cast<int>(random() % 3000);
     for (int i = 0; i < count; ++i) {
       const std::size_t at = random() % (text.size() + 2);
@@ -141,12 +168,12 @@ TEST(ReplaceEngine, MatchesTheLinearModelOnRandomBatches) {
       const edit e{at, length, std::string(random() % 3, static_cast<char>('0' + i % 10))};
       const bool inside = at <= text.size() && length <= text.size() - at;
       const bool expected = model.replace(e);
-      const bool got =
-          inside ? engine.replace(std::string_view(text.data() + at, length), e.with) : false;
+      const exact_buffer with{widen<Char>(e.with)};
+      const bool got = inside && engine.replace({text.data() + at, length}, with.view());
       ASSERT_EQ(got, expected) << "edit " << i << " at " << at << " length " << length;
     }
     EXPECT_EQ(engine.size(), model.edits.size());
-    EXPECT_EQ(engine.apply(), model.apply());
+    EXPECT_EQ(shown(engine.apply()), model.apply());
   }
 }
 

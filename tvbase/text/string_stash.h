@@ -17,13 +17,14 @@ namespace base {
 template <typename Char>
 class basic_zstring_view {
  public:
-  constexpr basic_zstring_view() = default;
-  constexpr basic_zstring_view(const Char* data, std::size_t size) : data_(data), size_(size) {}
+  constexpr basic_zstring_view() noexcept = default;
+  constexpr basic_zstring_view(const Char* data, std::size_t size) noexcept
+      : data_(data), size_(size) {}
 
-  constexpr const Char* data() const { return data_; }
-  constexpr const Char* c_str() const { return data_; }
-  constexpr std::size_t size() const { return size_; }
-  constexpr operator std::basic_string_view<Char>() const { return {data_, size_}; }
+  constexpr const Char* data() const noexcept { return data_; }
+  constexpr const Char* c_str() const noexcept { return data_; }
+  constexpr std::size_t size() const noexcept { return size_; }
+  constexpr operator std::basic_string_view<Char>() const noexcept { return {data_, size_}; }
 
  private:
   static constexpr Char kEmpty[1] = {};
@@ -103,9 +104,9 @@ class TVBASE_EXPORT basic_string_stash {
   // list stay there.
   void set_min_free_size(unsigned int n);
 
-  unsigned int max_free_pages() const { return max_free_pages_; }
-  unsigned int min_free_size() const { return min_free_size_; }
-  unsigned int next_page_size() const { return next_page_size_; }
+  unsigned int max_free_pages() const noexcept { return max_free_pages_; }
+  unsigned int min_free_size() const noexcept { return min_free_size_; }
+  unsigned int next_page_size() const noexcept { return next_page_size_; }
 
  private:
   template <typename Stash>

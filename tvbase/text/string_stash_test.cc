@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <tvbase/testing/allocation_counter.h>
+#include <tvbase/testing/char_types.h>
+#include <tvbase/testing/exact_buffer.h>
 
 namespace base {
 
@@ -37,29 +39,118 @@ struct stash_inspector {
 namespace {
 
 using inspect = stash_inspector<basic_string_stash<char>>;
-using winspect = stash_inspector<basic_string_stash<wchar_t>>;
+using testing_support::exact_buffer;
+using testing_support::shown;
+using testing_support::widen;
 
-TEST(StringStash, FirstPageHoldsTheTextAtItsEnd) {
-  basic_string_stash<char> stash;
+// The suites that hold for each instance of the stash. Texts come from
+// blocks of exactly their size, so a read past a view's end is reported
+// under the address sanitizer.
+template <typename Char>
+class StringStash : public ::testing::Test {
+ protected:
+  using stash_type = basic_string_stash<Char>;
+  using inspect = stash_inspector<stash_type>;
+
+  // The characters that a page for a capacity of n characters offers, as the
+  // header gives the page's size: round-up-to-8(pointer + max(n + 1, 128)
+  // characters).
+  static std::uint32_t page_characters(std::size_t n) {
+    const std::size_t bytes =
+        (sizeof(void*) + std::max<std::size_t>(n + 1, 128) * sizeof(Char) + 7) / 8 * 8;
+    return static_cast<std::uint32_t>((bytes - sizeof(void*)) / sizeof(Char));
+  }
+};
+TYPED_TEST_SUITE(StringStash, testing_support::char_types, testing_support::char_type_names);
+
+TYPED_TEST(StringStash, FirstPageHoldsTheTextAtItsEnd) {
+  using Char = TypeParam;
+  typename TestFixture::stash_type stash;
+  using inspect = typename TestFixture::inspect;
   EXPECT_TRUE(inspect::free_counts(stash).empty()) << "a new stash holds no page";
-  const auto a = stash.store("abc");
-  EXPECT_EQ(std::string_view(a), "abc");
-  EXPECT_EQ(a.c_str()[3], '\0');
-  // 528 bytes on 64-bit Linux: an 8-byte pointer and 520 characters.
-  const auto* area = static_cast<const char*>(inspect::first_free_area(stash));
-  EXPECT_EQ(a.data(), area + 520 - 4) << "the copy stands at the very end of the page";
-  EXPECT_EQ(inspect::free_counts(stash), (std::vector<std::uint32_t>{516}));
+  // 520 characters of 8 bits or 514 of 32 on 64-bit Linux.
+  const std::uint32_t room = TestFixture::page_characters(512);
+  const exact_buffer abc{widen<Char>("abc")};
+  const auto a = stash.store(abc.view());
+  EXPECT_EQ(shown(std::basic_string_view<Char>(a)), "abc");
+  EXPECT_EQ(a.c_str()[3], Char{});
+  const auto* area = static_cast<const Char*>(inspect::first_free_area(stash));
+  EXPECT_EQ(a.data(), area + room - 4) << "the copy stands at the very end of the page";
+  EXPECT_EQ(inspect::free_counts(stash), (std::vector<std::uint32_t>{room - 4}));
 
-  const auto b = stash.store("de");
+  const exact_buffer de{widen<Char>("de")};
+  const auto b = stash.store(de.view());
   EXPECT_EQ(b.data() + 3, a.data()) << "the later copy stands in front of the earlier";
-  EXPECT_EQ(std::string_view(a), "abc");
-  const auto empty = stash.store("");
+  EXPECT_EQ(shown(std::basic_string_view<Char>(a)), "abc");
+  const exact_buffer nothing{std::basic_string_view<Char>()};
+  const auto empty = stash.store(nothing.view());
   EXPECT_EQ(empty.size(), 0u);
-  EXPECT_EQ(empty.c_str()[0], '\0');
-  EXPECT_EQ(inspect::free_counts(stash), (std::vector<std::uint32_t>{512}));
+  EXPECT_EQ(empty.c_str()[0], Char{});
+  EXPECT_EQ(inspect::free_counts(stash), (std::vector<std::uint32_t>{room - 8}));
 }
 
-TEST(StringStash, RetiresAPageWithTooLittleRoomLeft) {
+TYPED_TEST(StringStash, KeepsNulUnitsAndCharactersOfTwoUnits) {
+  using Char = TypeParam;
+  typename TestFixture::stash_type stash;
+  const exact_buffer with_nul{widen<Char>(std::string_view("a\0b", 3))};
+  const exact_buffer pair{testing_support::two_unit_character<Char>() + widen<Char>("x")};
+  const auto a = stash.store(with_nul.view());
+  const auto b = stash.store(pair.view());
+  EXPECT_EQ(shown(std::basic_string_view<Char>(a)), shown(with_nul.view()));
+  EXPECT_EQ(shown(std::basic_string_view<Char>(b)), shown(pair.view()));
+  EXPECT_EQ(b.size(), 3u) << "lengths count units";
+  EXPECT_EQ(TestFixture::inspect::free_counts(stash),
+            (std::vector<std::uint32_t>{TestFixture::page_characters(512) - 8}));
+}
+
+TYPED_TEST(StringStash, KeepsTheFloorOfTheMinimum) {
+  using Char = TypeParam;
+  // The 32-bit free count needs 4 units of a byte, 2 of 16 bits, 1 of 32.
+  const unsigned int floor = sizeof(Char) == 1 ? 4u : sizeof(Char) == 2 ? 2u : 1u;
+  typename TestFixture::stash_type stash;
+  EXPECT_EQ(stash.min_free_size(), floor);
+  for (const unsigned int below : {0u, 1u, floor - 1}) {
+    SCOPED_TRACE(below);
+    stash.set_min_free_size(below);
+    EXPECT_EQ(stash.min_free_size(), floor);
+  }
+  stash.set_min_free_size(100);
+  EXPECT_EQ(stash.min_free_size(), 100u);
+}
+
+TYPED_TEST(StringStash, StoreThatFindsRoomDoesNotAllocate) {
+  using Char = TypeParam;
+  if (!testing_support::allocations_counted())
+    GTEST_SKIP() << "operator new is not ours to count here";
+  typename TestFixture::stash_type stash;
+  const exact_buffer first{widen<Char>("first")};
+  const exact_buffer another{widen<Char>("another")};
+  const exact_buffer long_text{std::basic_string<Char>(600, static_cast<Char>('z'))};
+  stash.store(first.view());  // makes the page
+  const long before = testing_support::allocations();
+  for (int i = 0; i < 50; ++i) stash.store(another.view());
+  EXPECT_EQ(testing_support::allocations(), before);
+  stash.store(long_text.view());  // needs a page: the count moves
+  EXPECT_GT(testing_support::allocations(), before);
+}
+
+TYPED_TEST(StringStash, ViewsNeverMove) {
+  using Char = TypeParam;
+  typename TestFixture::stash_type stash;
+  std::vector<std::pair<basic_zstring_view<Char>, std::basic_string<Char>>> kept;
+  for (int i = 0; i < 20000; ++i) {
+    const exact_buffer text{std::basic_string<Char>(static_cast<std::size_t>(i % 700),
+                                                    static_cast<Char>('a' + i % 26))};
+    kept.emplace_back(stash.store(text.view()), text.view());
+  }
+  for (const auto& [view, text] : kept) {
+    ASSERT_TRUE(std::basic_string_view<Char>(view) == text);
+    ASSERT_EQ(view.c_str()[view.size()], Char{});
+  }
+}
+
+// The page policy, with the sizes of char pages.
+TEST(StringStashPolicy, RetiresAPageWithTooLittleRoomLeft) {
   struct row {
     std::size_t length;
     std::vector<std::uint32_t> free_after;
@@ -83,7 +174,7 @@ TEST(StringStash, RetiresAPageWithTooLittleRoomLeft) {
   }
 }
 
-TEST(StringStash, GivesALongTextAPageOfItsOwnSize) {
+TEST(StringStashPolicy, GivesALongTextAPageOfItsOwnSize) {
   basic_string_stash<char> stash;
   const std::string text(10000, 'y');
   EXPECT_EQ(std::string_view(stash.store(text)), text);
@@ -92,7 +183,7 @@ TEST(StringStash, GivesALongTextAPageOfItsOwnSize) {
   EXPECT_EQ(stash.next_page_size(), 12500u);
 }
 
-TEST(StringStash, PicksTheFittingPageWithTheLeastRoom) {
+TEST(StringStashPolicy, PicksTheFittingPageWithTheLeastRoom) {
   basic_string_stash<char> stash;
   // Pages of 600 and 520 free characters, filled to leave 100 and 50.
   inspect::set_policy(stash, [](unsigned int&, unsigned int) { return 592u; });
@@ -106,7 +197,7 @@ TEST(StringStash, PicksTheFittingPageWithTheLeastRoom) {
   EXPECT_EQ(inspect::full_pages(stash), 2u);
 }
 
-TEST(StringStash, TrimsTheFreeListByLeastRoomFirst) {
+TEST(StringStashPolicy, TrimsTheFreeListByLeastRoomFirst) {
   basic_string_stash<char> stash;
   inspect::set_policy(stash, [](unsigned int&, unsigned int) { return 512u; });
   // Nine pages, each left with a different amount of room.
@@ -119,57 +210,6 @@ TEST(StringStash, TrimsTheFreeListByLeastRoomFirst) {
   stash.set_max_free_pages(0);
   EXPECT_EQ(inspect::free_counts(stash), (std::vector<std::uint32_t>{90})) << "the most room stays";
   EXPECT_EQ(stash.max_free_pages(), 1u);
-}
-
-TEST(StringStash, KeepsTheFloorOfTheMinimum) {
-  basic_string_stash<char> narrow;
-  basic_string_stash<char8_t> bytes;
-  basic_string_stash<wchar_t> wide;
-  EXPECT_EQ(narrow.min_free_size(), 4u);
-  EXPECT_EQ(wide.min_free_size(), sizeof(wchar_t) == 2 ? 2u : 1u);
-  narrow.set_min_free_size(1);
-  bytes.set_min_free_size(0);
-  wide.set_min_free_size(0);
-  EXPECT_EQ(narrow.min_free_size(), 4u);
-  EXPECT_EQ(bytes.min_free_size(), 4u);
-  EXPECT_EQ(wide.min_free_size(), sizeof(wchar_t) == 2 ? 2u : 1u);
-  narrow.set_min_free_size(100);
-  EXPECT_EQ(narrow.min_free_size(), 100u);
-}
-
-TEST(StringStash, WidePagesCountCharacters) {
-  basic_string_stash<wchar_t> stash;
-  const auto a = stash.store(L"\xD83D\xDE00x");
-  EXPECT_EQ(std::wstring_view(a), L"\xD83D\xDE00x");
-  // round-up-to-8(8 + 513 * 4) = 2,064 bytes: 514 characters.
-  EXPECT_EQ(winspect::free_counts(stash), (std::vector<std::uint32_t>{514 - 4}));
-  const std::wstring with_nul(L"a\0b", 3);
-  EXPECT_EQ(std::wstring_view(stash.store(with_nul)), with_nul);
-}
-
-TEST(StringStash, StoreThatFindsRoomDoesNotAllocate) {
-  if (!testing_support::allocations_counted())
-    GTEST_SKIP() << "operator new is not ours to count here";
-  basic_string_stash<char> stash;
-  stash.store("first");  // makes the page
-  const long before = testing_support::allocations();
-  for (int i = 0; i < 50; ++i) stash.store("another");
-  EXPECT_EQ(testing_support::allocations(), before);
-  stash.store(std::string(600, 'z'));  // needs a page: the count moves
-  EXPECT_GT(testing_support::allocations(), before);
-}
-
-TEST(StringStash, ViewsNeverMove) {
-  basic_string_stash<char> stash;
-  std::vector<std::pair<base::basic_zstring_view<char>, std::string>> kept;
-  for (int i = 0; i < 20000; ++i) {
-    std::string text(static_cast<std::size_t>(i % 700), static_cast<char>('a' + i % 26));
-    kept.emplace_back(stash.store(text), text);
-  }
-  for (const auto& [view, text] : kept) {
-    ASSERT_EQ(std::string_view(view), text);
-    ASSERT_EQ(view.c_str()[view.size()], '\0');
-  }
 }
 
 }  // namespace

@@ -58,7 +58,7 @@ const unsigned char* check_bytewise(const unsigned char* p) {
 // are skipped at once, and a character's continuation bytes are tested
 // together. Those reads may look at bytes behind the zero, within the page,
 // so they are hidden from AddressSanitizer.
-__attribute__((no_sanitize("address"))) bool TvxIsValidUtf8(const char* text) {
+__attribute__((no_sanitize("address"))) bool TvxIsValidUtf8(const char* text) noexcept {
   auto p = reinterpret_cast<const unsigned char*>(text);
   for (;;) {
     if (std::endian::native == std::endian::little && word_fits_page(p)) {

@@ -13,9 +13,9 @@
 //   TvxIsValidUtf8("caf\xC3\xA9");  // true
 //   TvxIsValidUtf8("\xC3");         // false: the zero comes too soon
 //
-// Mostly-ASCII text is checked eight bytes at a time. Those reads are of
+// Nothing throws. Mostly-ASCII text is checked eight bytes at a time. Those reads are of
 // aligned words, which never cross a page, so they may look at bytes behind
 // the zero but never fault.
-TVBASE_EXPORT bool TvxIsValidUtf8(const char* text);
+[[nodiscard]] TVBASE_EXPORT bool TvxIsValidUtf8(const char* text) noexcept;
 
 #endif  // TVBASE_TEXT_UTF8_H

@@ -7,7 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <tvbase/testing/exact_buffer.h>
+
 namespace {
+
+// Texts lie in blocks that end with their zero (see exact_buffer.h).
+using testing_support::ending;
+using testing_support::exact_buffer;
 
 // The check as stated, one byte at a time.
 bool naive_valid(const unsigned char* p) {
@@ -63,7 +69,8 @@ TEST(IsValidUtf8, ChecksTheShapeOnly) {
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.text);
-    EXPECT_EQ(TvxIsValidUtf8(r.text), r.valid);
+    const exact_buffer text{r.text, ending::zero};
+    EXPECT_EQ(TvxIsValidUtf8(text.c_str()), r.valid);
   }
 }
 
@@ -78,8 +85,9 @@ TEST(IsValidUtf8, AgreesWithTheByteRuleAtEveryAlignment) {
     std::string text(static_cast<std::size_t>(random() % 8), 'x');  // shifts the alignment
     const int count = static_cast<int>(random() % 12);
     for (int i = 0; i < count; ++i) text += pieces[random() % pieces.size()];
-    const bool expected = naive_valid(reinterpret_cast<const unsigned char*>(text.c_str()));
-    ASSERT_EQ(TvxIsValidUtf8(text.c_str()), expected) << round;
+    const exact_buffer exact{text, ending::zero};
+    const bool expected = naive_valid(reinterpret_cast<const unsigned char*>(exact.c_str()));
+    ASSERT_EQ(TvxIsValidUtf8(exact.c_str()), expected) << round;
   }
 }
 
@@ -87,8 +95,10 @@ TEST(IsValidUtf8, StopsAtTheFirstZero) {
   const char text[] = "ok\0\xFF";
   EXPECT_TRUE(TvxIsValidUtf8(text));
   const std::string long_ascii(100000, 'a');
-  EXPECT_TRUE(TvxIsValidUtf8(long_ascii.c_str()));
-  EXPECT_FALSE(TvxIsValidUtf8((long_ascii + "\xC3").c_str()));
+  const exact_buffer ascii{long_ascii, ending::zero};
+  const exact_buffer cut{long_ascii + "\xC3", ending::zero};
+  EXPECT_TRUE(TvxIsValidUtf8(ascii.c_str()));
+  EXPECT_FALSE(TvxIsValidUtf8(cut.c_str()));
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <type_traits>
 
 #include <tvbase/export.h>
-#include <tvbase/platform/ole_types.h>
+#include <tvbase/platform/win_types.h>
 
 #if defined(__GNUC__)
 #define TVBASE_PRINTF_LIKE(format_index, first_argument) \
@@ -117,16 +117,17 @@ class TVBASE_EXPORT TvFuncLog {
   // says whether the strings fit: false with error 160 when one is too long
   // (the file is not touched). `*error` (if `error` isn't null) is then 0, or
   // the system's code for a create or write that failed.
-  static bool SaveLogCfg(const char* path, const char* logFolder, bool deleteOnClose,
-                         bool debugEcho, const char* programs, const char* users,
-                         const char* options, bool filter0, bool filter1,
-                         unsigned long* error) noexcept;
+  [[nodiscard]] static bool SaveLogCfg(const char* path, const char* logFolder, bool deleteOnClose,
+                                       bool debugEcho, const char* programs, const char* users,
+                                       const char* options, bool filter0, bool filter1,
+                                       unsigned long* error) noexcept;
   // Replaces the record shared by all processes; false, changing nothing, if
   // a string is too long. Waits, 100 ms at a time, while another process
   // holds the shared record's lock.
-  static bool SetSharedLogCfg(const char* logFolder, bool deleteOnClose, bool debugEcho,
-                              const char* programs, const char* users, const char* options,
-                              bool filter0, bool filter1) noexcept;
+  [[nodiscard]] static bool SetSharedLogCfg(const char* logFolder, bool deleteOnClose,
+                                            bool debugEcho, const char* programs, const char* users,
+                                            const char* options, bool filter0,
+                                            bool filter1) noexcept;
   // Marks the shared record not set. Always true.
   static bool ClearSharedLogCfg() noexcept;
 
@@ -216,19 +217,22 @@ class TVBASE_EXPORT TvFuncLog {
   const TvFuncLog& operator<<(wchar_t* const& bstr) const noexcept;
   const TvFuncLog& operator<<(wchar_t* const* bstr) const noexcept;
 
-  // Structures: {0010A2B3-...} for a GUID, CREATESTRUCT() (no field shown),
+  // Structures, spelt win::GUID, win::CREATESTRUCTA and win::VARIANT on every
+  // system (<tvbase/platform/win_types.h>: on Windows the system's types, on
+  // POSIX the library's stand-ins, which are not declared at global scope).
+  // {0010A2B3-...} for a GUID, CREATESTRUCT() (no field shown),
   // and a VARIANT by its type: VT_I4(5), VT_BSTR's V_BSTR("text"), VT_CY(-1.5000),
   // VT_DATE(...), VT_ARRAY(?) and VT_BYREF(?) for those flags, VT_?12? for a
   // type without a form. A reference that can't be read shows
   // R<address>->{?}, R<address>->CREATESTRUCT(?) or R<address>->VT_?); a
   // pointer that can't be read {?}, CREATESTRUCT(?) or VT_?. A date before
   // 1 January 100 or after 31 December 9999 shows as DATE(?) or VT_DATE(?).
-  const TvFuncLog& operator<<(const GUID& value) const noexcept;
-  const TvFuncLog& operator<<(const GUID* value) const noexcept;
-  const TvFuncLog& operator<<(const CREATESTRUCTA& value) const noexcept;
-  const TvFuncLog& operator<<(const CREATESTRUCTA* value) const noexcept;
-  const TvFuncLog& operator<<(const VARIANT& value) const noexcept;
-  const TvFuncLog& operator<<(const VARIANT* value) const noexcept;
+  const TvFuncLog& operator<<(const win::GUID& value) const noexcept;
+  const TvFuncLog& operator<<(const win::GUID* value) const noexcept;
+  const TvFuncLog& operator<<(const win::CREATESTRUCTA& value) const noexcept;
+  const TvFuncLog& operator<<(const win::CREATESTRUCTA* value) const noexcept;
+  const TvFuncLog& operator<<(const win::VARIANT& value) const noexcept;
+  const TvFuncLog& operator<<(const win::VARIANT* value) const noexcept;
 
  private:
   // Exported all the same: the inline code above calls them. EnterFunc
@@ -255,11 +259,12 @@ class TVBASE_EXPORT TvFuncLog {
       return std::is_same_v<E, char> || std::is_same_v<E, wchar_t>;
     } else if constexpr (std::is_pointer_v<U>) {
       using P = std::remove_cv_t<std::remove_pointer_t<U>>;
-      return std::is_arithmetic_v<P> || std::is_same_v<P, wchar_t*> || std::is_same_v<P, GUID> ||
-             std::is_same_v<P, CREATESTRUCTA> || std::is_same_v<P, VARIANT>;
+      return std::is_arithmetic_v<P> || std::is_same_v<P, wchar_t*> ||
+             std::is_same_v<P, win::GUID> || std::is_same_v<P, win::CREATESTRUCTA> ||
+             std::is_same_v<P, win::VARIANT>;
     } else {
-      return std::is_same_v<U, GUID> || std::is_same_v<U, CREATESTRUCTA> ||
-             std::is_same_v<U, VARIANT> || std::is_same_v<U, CharPtr> ||
+      return std::is_same_v<U, win::GUID> || std::is_same_v<U, win::CREATESTRUCTA> ||
+             std::is_same_v<U, win::VARIANT> || std::is_same_v<U, CharPtr> ||
              std::is_same_v<U, WCharPtr> || std::is_same_v<U, OleDatePtr>;
     }
   }
@@ -294,5 +299,7 @@ TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
                                           const TvFuncLog::OleDate& value) noexcept;
 TVBASE_EXPORT const TvFuncLog& operator<<(const TvFuncLog& log,
                                           const TvFuncLog::OleDatePtr& value) noexcept;
+
+#undef TVBASE_PRINTF_LIKE
 
 #endif  // TVBASE_TRACE_FUNC_LOG_H

@@ -112,7 +112,7 @@ const TvFuncLog& append_wide(const TvFuncLog& log, const char* prefix, const wch
   return log.WriteAppendFormat("%s\"%s...%s\"%s", prefix, head, tail, suffix);
 }
 
-const TvFuncLog& append_variant(const TvFuncLog& log, const VARIANT& v) {
+const TvFuncLog& append_variant(const TvFuncLog& log, const win::VARIANT& v) {
   const unsigned vt = v.vt;
   if (vt & 0x2000) return log.WriteAppend("VT_ARRAY(?)");
   if (vt & 0x4000) return log.WriteAppend("VT_BYREF(?)");
@@ -315,33 +315,33 @@ const TvFuncLog& TvFuncLog::operator<<(wchar_t* const* bstr) const noexcept {
   return WriteAppend("BSTR(?)");
 }
 
-const TvFuncLog& TvFuncLog::operator<<(const GUID& g) const noexcept {
+const TvFuncLog& TvFuncLog::operator<<(const win::GUID& g) const noexcept {
   if (!readable(state_, &g, sizeof g))
     return WriteAppendFormat("R%016" PRIXPTR "->{?}", address(&g));
   return WriteAppendFormat("{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", g.Data1, g.Data2,
                            g.Data3, g.Data4[0], g.Data4[1], g.Data4[2], g.Data4[3], g.Data4[4],
                            g.Data4[5], g.Data4[6], g.Data4[7]);
 }
-const TvFuncLog& TvFuncLog::operator<<(const GUID* value) const noexcept {
+const TvFuncLog& TvFuncLog::operator<<(const win::GUID* value) const noexcept {
   return append_pointed(*this, value, "{?}");
 }
 
-const TvFuncLog& TvFuncLog::operator<<(const CREATESTRUCTA& value) const noexcept {
+const TvFuncLog& TvFuncLog::operator<<(const win::CREATESTRUCTA& value) const noexcept {
   if (!readable(state_, &value, sizeof value)) {
     return WriteAppendFormat("R%016" PRIXPTR "->CREATESTRUCT(?)", address(&value));
   }
   return WriteAppend("CREATESTRUCT()");
 }
-const TvFuncLog& TvFuncLog::operator<<(const CREATESTRUCTA* value) const noexcept {
+const TvFuncLog& TvFuncLog::operator<<(const win::CREATESTRUCTA* value) const noexcept {
   return append_pointed(*this, value, "CREATESTRUCT(?)");
 }
 
-const TvFuncLog& TvFuncLog::operator<<(const VARIANT& value) const noexcept {
+const TvFuncLog& TvFuncLog::operator<<(const win::VARIANT& value) const noexcept {
   if (!readable(state_, &value, sizeof value))
     return WriteAppendFormat("R%016" PRIXPTR "->VT_?)", address(&value));
   return append_variant(*this, value);
 }
-const TvFuncLog& TvFuncLog::operator<<(const VARIANT* value) const noexcept {
+const TvFuncLog& TvFuncLog::operator<<(const win::VARIANT* value) const noexcept {
   return append_pointed(*this, value, "VT_?");
 }
 

@@ -226,20 +226,20 @@ TEST_F(TraceValues, TextForms) {
   EXPECT_EQ(enter_line([&] { traced(unreadable); }), "F( R" + addr(&unreadable) + "->BSTR(?) )");
 }
 
-VARIANT variant(unsigned vt) {
-  VARIANT v{};
-  v.vt = static_cast<VARTYPE>(vt);
+win::VARIANT variant(unsigned vt) {
+  win::VARIANT v{};
+  v.vt = static_cast<win::VARTYPE>(vt);
   return v;
 }
 
 TEST_F(TraceValues, StructureForms) {
   guarded_page guard;
-  static const GUID id{
+  static const win::GUID id{
       0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
-  static const CREATESTRUCTA create{};
-  const auto* bad_guid = reinterpret_cast<const GUID*>(guard.end() - 8);
-  const auto* bad_create = reinterpret_cast<const CREATESTRUCTA*>(guard.end());
-  const auto* bad_variant = reinterpret_cast<const VARIANT*>(guard.end() - 16);
+  static const win::CREATESTRUCTA create{};
+  const auto* bad_guid = reinterpret_cast<const win::GUID*>(guard.end() - 8);
+  const auto* bad_create = reinterpret_cast<const win::CREATESTRUCTA*>(guard.end());
+  const auto* bad_variant = reinterpret_cast<const win::VARIANT*>(guard.end() - 16);
   const std::vector<row> rows = {
       {"GUID", [] { traced(id); }, "{00112233-4455-6677-8899-AABBCCDDEEFF}"},
       {"GUID pointer", [] { traced(&id); }, ptr(&id) + "{00112233-4455-6677-8899-AABBCCDDEEFF}"},
@@ -264,11 +264,11 @@ TEST_F(TraceValues, StructureForms) {
 TEST_F(TraceValues, ParametersAskedAboutTogether) {
   guarded_page guard;
   static int five = 5;
-  static const GUID id{
+  static const win::GUID id{
       0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
   static const std::string guid_form = "{00112233-4455-6677-8899-AABBCCDDEEFF}";
   const int* bad = reinterpret_cast<const int*>(guard.end());
-  const auto* bad_guid = reinterpret_cast<const GUID*>(guard.end() - 8);
+  const auto* bad_guid = reinterpret_cast<const win::GUID*>(guard.end() - 8);
   char* unended = guard.end() - 3;
   unended[0] = unended[1] = unended[2] = 'z';
   // A zero in the last readable byte, the text starting a page before.
@@ -321,43 +321,44 @@ TEST_F(TraceValues, VariantForms) {
   static const std::wstring long_text = std::wstring(120, L'a') + std::wstring(40, L'b');
   static wchar_t* long_bstr = const_cast<wchar_t*>(long_text.c_str());
   auto with = [](unsigned vt, auto set) {
-    VARIANT v = variant(vt);
+    win::VARIANT v = variant(vt);
     set(v);
     return v;
   };
   struct variant_row {
-    VARIANT v;
+    win::VARIANT v;
     std::string expected;
   };
   const variant_row rows[] = {
       {variant(0), "VT_EMPTY()"},
       {variant(1), "VT_NULL()"},
-      {with(2, [](VARIANT& v) { v.iVal = -2; }), "VT_I2(-2)"},
-      {with(3, [](VARIANT& v) { v.lVal = 123456; }), "VT_I4(123456)"},
-      {with(4, [](VARIANT& v) { v.fltVal = 1.5f; }), "VT_R4(1.50)"},
-      {with(4, [](VARIANT& v) { v.fltVal = 12345.5f; }), "VT_R4(12345.5)"},
-      {with(5, [](VARIANT& v) { v.dblVal = 1e14; }), "VT_R8(1e+14)"},
-      {with(6, [](VARIANT& v) { v.cyVal.int64 = -15000; }), "VT_CY(-1.5000)"},
-      {with(6, [](VARIANT& v) { v.cyVal.int64 = 1234567; }), "VT_CY(123.4567)"},
-      {with(7, [](VARIANT& v) { v.date = 2.0; }), "VT_DATE(01/01/1900 00:00:00)"},
-      {with(7, [](VARIANT& v) { v.date = -1e7; }), "VT_DATE(?)"},
-      {with(8, [](VARIANT& v) { v.bstrVal = text; }), "V_BSTR(\"v\xC3\xA9\")"},
-      {with(8, [](VARIANT& v) { v.bstrVal = nullptr; }), "V_BSTR(null)"},
-      {with(8, [](VARIANT& v) { v.bstrVal = long_bstr; }), "V_BSTR(\"" + std::string(100, 'a') +
-                                                               "..." + std::string(10, 'a') +
-                                                               std::string(40, 'b') + "\")"},
-      {with(9, [](VARIANT& v) { v.pdispVal = reinterpret_cast<void*>(0x1234); }),
+      {with(2, [](win::VARIANT& v) { v.iVal = -2; }), "VT_I2(-2)"},
+      {with(3, [](win::VARIANT& v) { v.lVal = 123456; }), "VT_I4(123456)"},
+      {with(4, [](win::VARIANT& v) { v.fltVal = 1.5f; }), "VT_R4(1.50)"},
+      {with(4, [](win::VARIANT& v) { v.fltVal = 12345.5f; }), "VT_R4(12345.5)"},
+      {with(5, [](win::VARIANT& v) { v.dblVal = 1e14; }), "VT_R8(1e+14)"},
+      {with(6, [](win::VARIANT& v) { v.cyVal.int64 = -15000; }), "VT_CY(-1.5000)"},
+      {with(6, [](win::VARIANT& v) { v.cyVal.int64 = 1234567; }), "VT_CY(123.4567)"},
+      {with(7, [](win::VARIANT& v) { v.date = 2.0; }), "VT_DATE(01/01/1900 00:00:00)"},
+      {with(7, [](win::VARIANT& v) { v.date = -1e7; }), "VT_DATE(?)"},
+      {with(8, [](win::VARIANT& v) { v.bstrVal = text; }), "V_BSTR(\"v\xC3\xA9\")"},
+      {with(8, [](win::VARIANT& v) { v.bstrVal = nullptr; }), "V_BSTR(null)"},
+      {with(8, [](win::VARIANT& v) { v.bstrVal = long_bstr; }),
+       "V_BSTR(\"" + std::string(100, 'a') + "..." + std::string(10, 'a') + std::string(40, 'b') +
+           "\")"},
+      {with(9, [](win::VARIANT& v) { v.pdispVal = reinterpret_cast<void*>(0x1234); }),
        "VT_DISPATCH(p0000000000001234)"},
-      {with(10, [](VARIANT& v) { v.scode = -2147467259; }), "VT_ERROR(-2147467259)"},
-      {with(11, [](VARIANT& v) { v.boolVal = -1; }), "VT_BOOL(true)"},
-      {with(11, [](VARIANT& v) { v.boolVal = 0; }), "VT_BOOL(false)"},
-      {with(13, [](VARIANT& v) { v.punkVal = reinterpret_cast<void*>(4096); }), "VT_UNKNOWN(4096)"},
-      {with(16, [](VARIANT& v) { v.cVal = static_cast<char>(-3); }), "VT_I1(-3)"},
-      {with(17, [](VARIANT& v) { v.bVal = 250; }), "VT_UI1(250)"},
-      {with(18, [](VARIANT& v) { v.uiVal = 65000; }), "VT_UI2(65000)"},
-      {with(19, [](VARIANT& v) { v.ulVal = 4000000000u; }), "VT_UI4(4000000000)"},
-      {with(20, [](VARIANT& v) { v.llVal = LLONG_MIN; }), "VT_I8(-9223372036854775808)"},
-      {with(21, [](VARIANT& v) { v.ullVal = ULLONG_MAX; }), "VT_UI8(18446744073709551615)"},
+      {with(10, [](win::VARIANT& v) { v.scode = -2147467259; }), "VT_ERROR(-2147467259)"},
+      {with(11, [](win::VARIANT& v) { v.boolVal = -1; }), "VT_BOOL(true)"},
+      {with(11, [](win::VARIANT& v) { v.boolVal = 0; }), "VT_BOOL(false)"},
+      {with(13, [](win::VARIANT& v) { v.punkVal = reinterpret_cast<void*>(4096); }),
+       "VT_UNKNOWN(4096)"},
+      {with(16, [](win::VARIANT& v) { v.cVal = static_cast<char>(-3); }), "VT_I1(-3)"},
+      {with(17, [](win::VARIANT& v) { v.bVal = 250; }), "VT_UI1(250)"},
+      {with(18, [](win::VARIANT& v) { v.uiVal = 65000; }), "VT_UI2(65000)"},
+      {with(19, [](win::VARIANT& v) { v.ulVal = 4000000000u; }), "VT_UI4(4000000000)"},
+      {with(20, [](win::VARIANT& v) { v.llVal = LLONG_MIN; }), "VT_I8(-9223372036854775808)"},
+      {with(21, [](win::VARIANT& v) { v.ullVal = ULLONG_MAX; }), "VT_UI8(18446744073709551615)"},
       {variant(12), "VT_?12?"},
       {variant(14), "VT_?14?"},
       {variant(0x2003), "VT_ARRAY(?)"},
@@ -368,7 +369,7 @@ TEST_F(TraceValues, VariantForms) {
     SCOPED_TRACE(r.expected);
     EXPECT_EQ(enter_line([&] { traced(r.v); }), "F( " + r.expected + " )");
   }
-  const VARIANT four = with(3, [](VARIANT& v) { v.lVal = 4; });
+  const win::VARIANT four = with(3, [](win::VARIANT& v) { v.lVal = 4; });
   EXPECT_EQ(enter_line([&] { traced(&four); }), "F( " + ptr(&four) + "VT_I4(4) )");
 }
 
@@ -376,7 +377,7 @@ TEST_F(TraceValues, AnEnterLineWithTypedParametersAllocatesNothing) {
   if (!testing_support::allocations_counted())
     GTEST_SKIP() << "operator new is not ours to count here";
   static const int number = 7;
-  static const GUID id{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
+  static const win::GUID id{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
   const std::string narrow(40, 'n');
   const std::wstring wide(40, L'w');
   traced(1);  // the thread's state exists from here on
