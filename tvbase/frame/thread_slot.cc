@@ -7,7 +7,7 @@
 
 namespace {
 
-std::uint32_t g_slot = platform::kNoThreadSlot;
+std::uint32_t g_slot = platform::kNoThreadKey;
 std::atomic<long> g_live_states{0};
 
 void free_state(void* value) {
@@ -27,21 +27,21 @@ void on_thread_end(void* value) {
 namespace frame {
 
 void build_thread_slot() noexcept {
-  if (g_slot == platform::kNoThreadSlot) g_slot = platform::thread_slot_alloc(on_thread_end);
+  if (g_slot == platform::kNoThreadKey) g_slot = platform::thread_key_create(on_thread_end);
 }
 
 void take_down_thread_slot() noexcept {
   cached_thread_state() = nullptr;
-  if (g_slot == platform::kNoThreadSlot) return;
-  platform::thread_slot_free(g_slot);
-  g_slot = platform::kNoThreadSlot;
+  if (g_slot == platform::kNoThreadKey) return;
+  platform::thread_key_delete(g_slot);
+  g_slot = platform::kNoThreadKey;
 }
 
-bool thread_slot_valid() noexcept { return g_slot != platform::kNoThreadSlot; }
+bool thread_slot_valid() noexcept { return g_slot != platform::kNoThreadKey; }
 
 TvLogThreadState* find_thread_state() noexcept {
-  if (g_slot == platform::kNoThreadSlot) return nullptr;
-  void* value = platform::thread_slot_get(g_slot);
+  if (g_slot == platform::kNoThreadKey) return nullptr;
+  void* value = platform::thread_key_get(g_slot);
   if (value != nullptr) {
     if (value == kNoThreadState) return nullptr;
     cached_thread_state() = static_cast<TvLogThreadState*>(value);
@@ -49,30 +49,30 @@ TvLogThreadState* find_thread_state() noexcept {
   }
   auto* state = static_cast<TvLogThreadState*>(std::calloc(1, sizeof(TvLogThreadState)));
   if (state == nullptr) {
-    platform::thread_slot_set(g_slot, kNoThreadState);
+    platform::thread_key_set(g_slot, kNoThreadState);
     return nullptr;
   }
   state->parmCount = -1;
   g_live_states.fetch_add(1, std::memory_order_relaxed);
-  platform::thread_slot_set(g_slot, state);
+  platform::thread_key_set(g_slot, state);
   cached_thread_state() = state;
   return state;
 }
 
 void release_thread_state() noexcept {
   cached_thread_state() = nullptr;
-  if (g_slot == platform::kNoThreadSlot) return;
-  free_state(platform::thread_slot_get(g_slot));
-  platform::thread_slot_set(g_slot, nullptr);
+  if (g_slot == platform::kNoThreadKey) return;
+  free_state(platform::thread_key_get(g_slot));
+  platform::thread_key_set(g_slot, nullptr);
 }
 
 void set_thread_slot_value(void* value) noexcept {
   cached_thread_state() = nullptr;
-  if (g_slot != platform::kNoThreadSlot) platform::thread_slot_set(g_slot, value);
+  if (g_slot != platform::kNoThreadKey) platform::thread_key_set(g_slot, value);
 }
 
 void* thread_slot_value() noexcept {
-  return g_slot == platform::kNoThreadSlot ? nullptr : platform::thread_slot_get(g_slot);
+  return g_slot == platform::kNoThreadKey ? nullptr : platform::thread_key_get(g_slot);
 }
 
 long live_thread_states() noexcept { return g_live_states.load(std::memory_order_relaxed); }

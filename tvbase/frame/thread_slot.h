@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include <tvbase/platform/thread_slot.h>
+#include <tvbase/platform/thread_key.h>
 
 struct TvLogThreadState;
 
