@@ -11,18 +11,19 @@
 #include <tvbase/frame/shared_data.h>
 #include <tvbase/frame/thread_slot.h>
 #include <tvbase/trace/log_sink.h>
+#include <tvbase/trace/thread_state.h>
 
 namespace {
 
 __attribute__((constructor(101))) void load() {
   frame::attach_shared_data();
-  frame::build_thread_slot();
+  frame::build_thread_slot(trace::ThreadStateEnds);
   trace::build_process_sink();
   if (!frame::thread_slot_valid()) trace::take_down_process_sink();
 }
 
 __attribute__((destructor(101))) void unload() {
-  frame::release_thread_state();
+  frame::release_thread_slot_value();
   trace::take_down_process_sink();
   frame::take_down_thread_slot();
   frame::detach_shared_data();

@@ -6,7 +6,6 @@
 #include <exception>
 
 #include <tvbase/frame/shared_data.h>
-#include <tvbase/frame/thread_slot.h>
 #include <tvbase/platform/file.h>
 #include <tvbase/platform/process.h>
 #include <tvbase/trace/log_cfg.h>
@@ -125,7 +124,7 @@ bool TvFuncLog::EnterFunc(const char* name, eLogFilter filter) noexcept {
 }
 
 inline bool TvFuncLog::Enter(const char* name, std::uint8_t filter) noexcept {
-  state_ = frame::thread_state();
+  state_ = trace::ThreadState();
   if (state_ == nullptr) return false;
   name_ = name;
   filter_ = filter;

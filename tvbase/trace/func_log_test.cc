@@ -49,7 +49,7 @@ struct Pointer {
 };
 const TvFuncLog& operator<<(const TvFuncLog& log, const Pointer& p) {
   log.WriteAppend(p.prefix);
-  frame::thread_state()->glue = true;
+  trace::ThreadState()->glue = true;
   return log;
 }
 
@@ -64,14 +64,14 @@ class TraceTest : public ::testing::Test {
     ASSERT_GE(sink_.file, 0);
     sink_.enabled[0] = sink_.enabled[1] = true;
     before_ = trace::use_sink(&sink_);
-    ASSERT_NE(frame::thread_state(), nullptr);
-    depth_ = frame::thread_state()->depth;
+    ASSERT_NE(trace::ThreadState(), nullptr);
+    depth_ = trace::ThreadState()->depth;
   }
   void TearDown() override {
     trace::use_sink(before_);
     platform::close_file(sink_.file);
     platform::set_activation_context_stand_in(0, false);
-    EXPECT_EQ(frame::thread_state()->depth, depth_) << "depth not balanced";
+    EXPECT_EQ(trace::ThreadState()->depth, depth_) << "depth not balanced";
   }
 
   std::string text() const { return trace_test::read_file(path_); }
@@ -206,7 +206,7 @@ TEST_F(TraceTest, LineLayouts) {
     sink_.enabled[1] = row.enabled1;
     row.body();
     EXPECT_EQ(tails(), row.expected);
-    EXPECT_EQ(frame::thread_state()->depth, depth_);
+    EXPECT_EQ(trace::ThreadState()->depth, depth_);
   }
 }
 
@@ -259,7 +259,7 @@ TEST_F(TraceTest, DeepCallsDropTheHead) {
     ASSERT_EQ(::ftruncate(sink_.file, 0), 0);
     ASSERT_EQ(::lseek(sink_.file, 0, SEEK_SET), 0);
     TvFuncLog log("Deep");
-    TvLogThreadState& state = *frame::thread_state();
+    TvLogThreadState& state = *trace::ThreadState();
     const int kept = state.depth;
     state.depth = row.depth;  // head: 33 + 4 * depth + 4 of 8,191 characters
     log.WriteLine("tail");
@@ -348,9 +348,9 @@ TEST_F(TraceTest, WithoutAFileNothingIsWrittenButDepthIsKept) {
   {
     TvFuncLog log("F");
     EXPECT_FALSE(log.IsEnabled());
-    EXPECT_EQ(frame::thread_state()->depth, depth_ + 1);
+    EXPECT_EQ(trace::ThreadState()->depth, depth_ + 1);
     log.WriteLine("formatted, not written");
-    EXPECT_EQ(frame::thread_state()->length, 0u);
+    EXPECT_EQ(trace::ThreadState()->length, 0u);
   }
   trace::use_sink(&sink_);
   EXPECT_EQ(text(), "");
@@ -363,7 +363,7 @@ TEST_F(TraceTest, AssignmentCopiesTheScope) {
     EXPECT_FALSE(second.IsEnabled());
     second = first;
     EXPECT_TRUE(second.IsEnabled());
-    frame::thread_state()->depth += 1;  // both end the scope
+    trace::ThreadState()->depth += 1;  // both end the scope
   }
   EXPECT_EQ(tails(), (std::vector<std::string>{" A(  )", "         A return", "     A return"}));
 }
@@ -401,13 +401,13 @@ TEST_F(TraceTest, NoAllocationAfterTheFirstCall) {
     long states = -1, allocations = -1;
     std::thread([&] {
       { TvFuncLog first("First"); }  // makes the thread's state
-      states = frame::live_thread_states();
+      states = trace::LiveThreadStates();
       allocations = testing_support::allocations();
       for (int i = 0; i < 100; ++i) {
         TvFuncLog log("F", TvFuncLog::eLogFilter0, Number{i});
         log.WriteLineFormat("%d", i);
       }
-      states = frame::live_thread_states() - states;
+      states = trace::LiveThreadStates() - states;
       allocations = testing_support::allocations() - allocations;
     }).join();
     EXPECT_EQ(states, 0);
@@ -417,38 +417,38 @@ TEST_F(TraceTest, NoAllocationAfterTheFirstCall) {
 }
 
 TEST(ThreadState, NeverTracedThreadHasNothingToFree) {
-  const long live = frame::live_thread_states();
+  const long live = trace::LiveThreadStates();
   void* seen = reinterpret_cast<void*>(7);
   std::thread([&] { seen = frame::thread_slot_value(); }).join();
   EXPECT_EQ(seen, nullptr);
-  EXPECT_EQ(frame::live_thread_states(), live);
+  EXPECT_EQ(trace::LiveThreadStates(), live);
 }
 
 TEST(ThreadState, IsFreedWhenItsThreadEnds) {
-  const long live = frame::live_thread_states();
+  const long live = trace::LiveThreadStates();
   long during = 0;
   std::thread([&] {
     TvFuncLog log("T");
-    during = frame::live_thread_states();
+    during = trace::LiveThreadStates();
   }).join();
   EXPECT_EQ(during, live + 1);
-  EXPECT_EQ(frame::live_thread_states(), live);
+  EXPECT_EQ(trace::LiveThreadStates(), live);
 }
 
 TEST(ThreadState, FailedAllocationMakesTheThreadInert) {
-  const long live = frame::live_thread_states();
+  const long live = trace::LiveThreadStates();
   bool enabled = true;
   void* slot = nullptr;
   std::thread([&] {
-    frame::set_thread_slot_value(frame::kNoThreadState);
+    frame::set_thread_slot_value(trace::kNoThreadState);
     TvFuncLog log("T");
     log.WriteLine("x");
     enabled = log.IsEnabled();
     slot = frame::thread_slot_value();
   }).join();
   EXPECT_FALSE(enabled);
-  EXPECT_EQ(slot, frame::kNoThreadState) << "not tried again";
-  EXPECT_EQ(frame::live_thread_states(), live);
+  EXPECT_EQ(slot, trace::kNoThreadState) << "not tried again";
+  EXPECT_EQ(trace::LiveThreadStates(), live);
 }
 
 // A sink built from a real configuration, as at load.
