@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include <tvbase/frame/shared_data.h>
 #include <tvbase/platform/file.h>
 #include <tvbase/trace/crc.h>
 #include <tvbase/trace/log_sink.h>
@@ -112,7 +111,7 @@ bool ListContains(const char* list, const char* name, char separator) noexcept {
 bool SetSharedLogCfg(TvSharedData& shared, const log_cfg_fields& fields,
                      void (*waiting)(unsigned)) noexcept {
   frame::acquire_lock(shared, waiting);
-  const bool filled = FillLogCfg(shared.logCfg, fields);
+  const bool filled = FillLogCfg(SharedLogCfg(shared), fields);
   if (filled) shared.cfgSet = 1;
   frame::release_lock(shared);
   return filled;
@@ -127,7 +126,7 @@ void ClearSharedLogCfg(TvSharedData& shared, void (*waiting)(unsigned)) noexcept
 shared_cfg_state ReadSharedLogCfg(TvSharedData& shared, TvLogCfg& out,
                                   void (*waiting)(unsigned)) noexcept {
   frame::acquire_lock(shared, waiting);
-  std::memcpy(&out, &shared.logCfg, sizeof out);
+  std::memcpy(&out, &SharedLogCfg(shared), sizeof out);
   const bool set = shared.cfgSet != 0;
   frame::release_lock(shared);
   if (!set) return shared_cfg_state::not_set;
@@ -151,7 +150,7 @@ bool DecideActivation(TvLogSink& sink, TvSharedData& shared, const activation_en
   bool have_shared = false;
   if (frame::try_acquire_lock(shared)) {
     if (shared.cfgSet != 0) {
-      std::memcpy(&cfg, &shared.logCfg, sizeof cfg);
+      std::memcpy(&cfg, &SharedLogCfg(shared), sizeof cfg);
       have_shared = IsValidLogCfg(cfg);
       if (!have_shared) shared.cfgSet = 0;
     }

@@ -10,7 +10,10 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <type_traits>
 
+#include <tvbase/frame/shared_data.h>
 #include <tvbase/platform/process.h>
 
 struct TvLogCfg {
@@ -42,10 +45,20 @@ static_assert(offsetof(TvLogCfg, alignment) == 4873);
 static_assert(offsetof(TvLogCfg, crc) == 4876);
 static_assert(sizeof(TvLogCfg) == 4880);
 
-struct TvSharedData;
 struct TvLogSink;
 
 namespace trace {
+
+// The record in the shared block. The block keeps its bytes as raw storage
+// (an array of unsigned char), in which the record lives: TvLogCfg is an
+// implicit-lifetime type. Read and write it under the block's lock only.
+inline TvLogCfg& SharedLogCfg(TvSharedData& shared) noexcept {
+  static_assert(sizeof(TvLogCfg) == sizeof shared.logCfg);
+  static_assert(alignof(TvLogCfg) <= alignof(TvSharedData));
+  static_assert(std::is_trivially_copyable_v<TvLogCfg> &&
+                std::is_trivially_default_constructible_v<TvLogCfg>);
+  return *std::launder(reinterpret_cast<TvLogCfg*>(shared.logCfg));
+}
 
 // The error code of SaveLogCfg for a string that doesn't fit its field.
 inline constexpr unsigned long kErrorTooLong = 160;

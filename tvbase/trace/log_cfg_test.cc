@@ -201,11 +201,11 @@ TEST(SharedLogCfg, SetClearAndDamage) {
   EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::set);
   EXPECT_STREQ(copy.logFolder, "/a/");
 
-  shared.logCfg.version = 2;
+  trace::SharedLogCfg(shared).version = 2;
   EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::damaged);
   trace::ClearSharedLogCfg(shared);
   EXPECT_EQ(shared.cfgSet, 0u);
-  EXPECT_EQ(shared.logCfg.version, 2u) << "clearing keeps the record's bytes";
+  EXPECT_EQ(trace::SharedLogCfg(shared).version, 2u) << "clearing keeps the record's bytes";
   EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::not_set);
 }
 
@@ -379,7 +379,7 @@ TEST_F(DecideActivationTest, LockedSharedRecordIsPassedBy) {
   ASSERT_TRUE(
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
   shared_.lock = 1;
-  shared_.logCfg.version = 2;  // damaged, but nobody may look
+  trace::SharedLogCfg(shared_).version = 2;  // damaged, but nobody may look
   ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
   EXPECT_EQ(std::string(sink_.fileName).substr(0, 6), "/file/");
   EXPECT_EQ(shared_.lock, 1u);
@@ -390,8 +390,8 @@ TEST_F(DecideActivationTest, DamagedSharedRecordIsClearedAndTheFileDecides) {
   save({"/file/", false, false, "*", "*", "", true, true});
   ASSERT_TRUE(
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
-  shared_.logCfg.version = 2;
-  shared_.logCfg.crc = TvCrc().Add(&shared_.logCfg, 4876).GetCrc();
+  trace::SharedLogCfg(shared_).version = 2;
+  trace::SharedLogCfg(shared_).crc = TvCrc().Add(&trace::SharedLogCfg(shared_), 4876).GetCrc();
   ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
   EXPECT_EQ(std::string(sink_.fileName).substr(0, 6), "/file/");
   EXPECT_EQ(shared_.cfgSet, 0u);
