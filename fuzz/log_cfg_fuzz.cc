@@ -1,7 +1,7 @@
 // trace::DecideActivation on a TvLogCfg made from the input, in the file
 // beside a program in a temporary folder and, if asked, in a shared block of
 // the target's own. Any bytes give a decision; it, the log file name and the
-// sink's flags agree with a naive reading of the rules, and the shared block
+// options agree with a naive reading of the rules, and the shared block
 // keeps its lock word and loses its set flag only when its record is
 // damaged.
 //
@@ -29,7 +29,6 @@
 #include <tvbase/frame/shared_data.h>
 #include <tvbase/trace/crc.h>
 #include <tvbase/trace/log_cfg.h>
-#include <tvbase/trace/log_sink.h>
 
 namespace {
 
@@ -108,8 +107,9 @@ bool naive_contains(std::string_view list, std::string_view name) {
   }
 }
 
-// The sink that the rules make of `record`, or nothing for "no".
-bool naive_decision(const unsigned char* record, const std::string& program, TvLogSink& out) {
+// The decision that the rules make of `record`; false for "no".
+bool naive_decision(const unsigned char* record, const std::string& program,
+                    trace::activation_decision& out) {
   const std::string programs = field(record, offsetof(TvLogCfg, programs), 2048);
   const std::string users = field(record, offsetof(TvLogCfg, users), 2045);
   const std::string options = field(record, offsetof(TvLogCfg, options), 512);
@@ -200,12 +200,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const std::string path = folder() + program;
   const trace::activation_env env{path.c_str(), user_name, 4242, fixed_time};
-  TvLogSink sink;
-  const bool decided = trace::DecideActivation(sink, shared, env);
+  const trace::activation_decision decision = trace::DecideActivation(shared, env);
+  const bool decided = decision.on;
 
   // The naive decision. The shared block is looked at only for a program
   // that may trace at all.
-  TvLogSink expected;
+  trace::activation_decision expected;
   bool yes = false;
   const bool looked = path.size() < 260 && !same_nocase(program, "LogTune.exe");
   const bool shared_wins = looked && shared_too && !locked && valid(record);
@@ -213,10 +213,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                  valid(reinterpret_cast<const unsigned char*>(file.data()))))) {
     yes = naive_decision(record, program, expected);
   }
-  if (decided != yes || std::strcmp(sink.fileName, expected.fileName) != 0) std::abort();
-  if (yes && (sink.actCtx != expected.actCtx || sink.deleteOnClose != expected.deleteOnClose ||
-              sink.debugEcho != expected.debugEcho || sink.enabled[0] != expected.enabled[0] ||
-              sink.enabled[1] != expected.enabled[1])) {
+  if (decided != yes || std::strcmp(decision.fileName, expected.fileName) != 0) std::abort();
+  if (yes &&
+      (decision.actCtx != expected.actCtx || decision.deleteOnClose != expected.deleteOnClose ||
+       decision.debugEcho != expected.debugEcho || decision.enabled[0] != expected.enabled[0] ||
+       decision.enabled[1] != expected.enabled[1])) {
     std::abort();
   }
   if (shared.lock != (locked ? 1u : 0u)) std::abort();

@@ -481,7 +481,7 @@ TEST_F(SinkTest, DeleteOnClose) {
     SCOPED_TRACE(delete_on_close);
     configure(delete_on_close);
     TvLogSink sink;
-    sink.Build(shared_, env());
+    sink.Build(trace::DecideActivation(shared_, env()));
     ASSERT_GE(sink.file, 0);
     sink.Write("line", 4);
     EXPECT_EQ(trace_test::read_file(log_path()), "line\r\n");
@@ -505,7 +505,7 @@ TEST_F(SinkTest, NeverWritesThroughASymbolicLink) {
   trace_test::write_file(target, "precious");
   ASSERT_EQ(::symlink(target.c_str(), log_path().c_str()), 0);
   TvLogSink sink;
-  sink.Build(shared_, env());
+  sink.Build(trace::DecideActivation(shared_, env()));
   EXPECT_EQ(sink.file, -1);
   sink.Write("line", 4);
   sink.TakeDown();
@@ -519,7 +519,7 @@ TEST_F(SinkTest, MissingLogFolderMeansNoFile) {
   trace_test::write_file(dir_.path() + "TvLog.cfg",
                          std::string(reinterpret_cast<const char*>(&cfg), sizeof cfg));
   TvLogSink sink;
-  sink.Build(shared_, env());
+  sink.Build(trace::DecideActivation(shared_, env()));
   EXPECT_EQ(sink.file, -1);
   sink.TakeDown();
 }

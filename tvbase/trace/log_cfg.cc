@@ -5,7 +5,6 @@
 
 #include <tvbase/platform/file.h>
 #include <tvbase/trace/crc.h>
-#include <tvbase/trace/log_sink.h>
 
 namespace trace {
 namespace {
@@ -138,13 +137,14 @@ activation_env ProcessActivationEnv(char (&path)[260]) noexcept {
           platform::process_id(), platform::now};
 }
 
-bool DecideActivation(TvLogSink& sink, TvSharedData& shared, const activation_env& env) noexcept {
+activation_decision DecideActivation(TvSharedData& shared, const activation_env& env) noexcept {
+  activation_decision d;
   const char* path = env.program_path;
-  if (path == nullptr || std::strlen(path) >= kPathLimit) return false;
+  if (path == nullptr || std::strlen(path) >= kPathLimit) return d;
   const char* slash = std::strrchr(path, '/');
-  if (slash == nullptr) return false;
+  if (slash == nullptr) return d;
   const char* program = slash + 1;
-  if (equals_nocase(program, "LogTune.exe") || equals_nocase(program, "LogTune")) return false;
+  if (equals_nocase(program, "LogTune.exe") || equals_nocase(program, "LogTune")) return d;
 
   TvLogCfg cfg;
   bool have_shared = false;
@@ -159,42 +159,41 @@ bool DecideActivation(TvLogSink& sink, TvSharedData& shared, const activation_en
   if (!have_shared) {
     char cfg_path[kPathLimit];
     const std::size_t folder = static_cast<std::size_t>(program - path);
-    if (folder + sizeof kCfgFileName > kPathLimit) return false;
+    if (folder + sizeof kCfgFileName > kPathLimit) return d;
     std::memcpy(cfg_path, path, folder);
     std::memcpy(cfg_path + folder, kCfgFileName, sizeof kCfgFileName);
     if (platform::read_file_start(cfg_path, &cfg, sizeof cfg) != static_cast<long>(sizeof cfg) ||
         !IsValidLogCfg(cfg)) {
-      return false;
+      return d;
     }
   }
   end_strings(cfg);
 
-  sink.deleteOnClose = flag(cfg.deleteOnClose);
-  sink.debugEcho = flag(cfg.debugEcho);
-  sink.enabled[0] = flag(cfg.filter0);
-  sink.enabled[1] = flag(cfg.filter1);
-  if (std::strcmp(cfg.programs, "*") != 0 && !ListContains(cfg.programs, program, ';')) {
-    return false;
-  }
+  d.deleteOnClose = flag(cfg.deleteOnClose);
+  d.debugEcho = flag(cfg.debugEcho);
+  d.enabled[0] = flag(cfg.filter0);
+  d.enabled[1] = flag(cfg.filter1);
+  if (std::strcmp(cfg.programs, "*") != 0 && !ListContains(cfg.programs, program, ';')) return d;
   if (std::strcmp(cfg.users, "*") != 0) {
     char user[kUserLimit];
     if (env.user_name == nullptr || !env.user_name(user, sizeof user) ||
         !ListContains(cfg.users, user, ';')) {
-      return false;
+      return d;
     }
   }
-  if (ListContains(cfg.options, "ActivationContext", ';')) sink.actCtx = true;
+  if (ListContains(cfg.options, "ActivationContext", ';')) d.actCtx = true;
 
   const platform::local_time t = env.now();
-  const int n = std::snprintf(sink.fileName, sizeof sink.fileName,
-                              "%s%s.%d %02d-%02d-%04d %02d.%02d.%02d.%03d.log", cfg.logFolder,
-                              program, static_cast<int>(env.process_id), t.day, t.month, t.year,
-                              t.hour, t.minute, t.second, t.millisecond);
+  const int n =
+      std::snprintf(d.fileName, sizeof d.fileName, "%s%s.%d %02d-%02d-%04d %02d.%02d.%02d.%03d.log",
+                    cfg.logFolder, program, static_cast<int>(env.process_id), t.day, t.month,
+                    t.year, t.hour, t.minute, t.second, t.millisecond);
   if (n < 0 || static_cast<std::size_t>(n) >= kPathLimit) {
-    sink.fileName[0] = 0;
-    return false;
+    d.fileName[0] = 0;
+    return d;
   }
-  return true;
+  d.on = true;
+  return d;
 }
 
 }  // namespace trace

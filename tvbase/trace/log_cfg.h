@@ -45,8 +45,6 @@ static_assert(offsetof(TvLogCfg, alignment) == 4873);
 static_assert(offsetof(TvLogCfg, crc) == 4876);
 static_assert(sizeof(TvLogCfg) == 4880);
 
-struct TvLogSink;
-
 namespace trace {
 
 // The record in the shared block. The block keeps its bytes as raw storage
@@ -119,14 +117,27 @@ struct activation_env {
 // The environment of this process.
 activation_env ProcessActivationEnv(char (&path)[260]) noexcept;
 
-// Decides, once per process at load, whether the process traces, and fills
-// the sink's options and log file name. Every "no" is silent. On Linux the
+// What the activation decision says: whether the process traces, and the
+// options and log file name that the sink takes. The options hold what the
+// record said once one was read, also when a later step said no; the file
+// name is set only on yes.
+struct activation_decision {
+  bool on = false;
+  bool actCtx = false;  // the option "ActivationContext"
+  bool deleteOnClose = false;
+  bool debugEcho = false;
+  bool enabled[2] = {};  // by filter class
+  char fileName[260] = {};
+};
+
+// Decides, once per process at load, whether the process traces, and with
+// which options and log file name. Every "no" is silent. On Linux the
 // program's file name follows the last '/', "TvLog.cfg" is looked for in the
 // program's folder, and a program called "LogTune" or "LogTune.exe" (in any
 // case) never traces. A valid shared record that is set and not locked wins
 // over the file; a damaged one is cleared.
-[[nodiscard]] bool DecideActivation(TvLogSink& sink, TvSharedData& shared,
-                                    const activation_env& env) noexcept;
+[[nodiscard]] activation_decision DecideActivation(TvSharedData& shared,
+                                                   const activation_env& env) noexcept;
 
 }  // namespace trace
 

@@ -11,7 +11,6 @@
 #include <tvbase/frame/shared_data.h>
 #include <tvbase/trace/crc.h>
 #include <tvbase/trace/func_log.h>
-#include <tvbase/trace/log_sink.h>
 #include <tvbase/trace/test_support.h>
 
 namespace {
@@ -228,10 +227,16 @@ class DecideActivationTest : public ::testing::Test {
     trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(filled(fields)));
   }
 
+  // Runs the decision; keeps it in decision_ and gives whether it said yes.
+  bool decide(const trace::activation_env& e) {
+    decision_ = trace::DecideActivation(shared_, e);
+    return decision_.on;
+  }
+
   temp_dir dir_;
   std::string program_;
   TvSharedData shared_{};
-  TvLogSink sink_;
+  trace::activation_decision decision_;
 };
 
 TEST_F(DecideActivationTest, FromTheFile) {
@@ -262,10 +267,9 @@ TEST_F(DecideActivationTest, FromTheFile) {
     save({"/logs/", false, false, row.programs, row.users, "", true, false});
     trace::activation_env e = env(row.program);
     if (row.user_fails) e.user_name = no_user;
-    TvLogSink sink;
-    EXPECT_EQ(trace::DecideActivation(sink, shared_, e), row.yes);
+    EXPECT_EQ(decide(e), row.yes);
     if (row.yes) {
-      EXPECT_EQ(std::string(sink.fileName),
+      EXPECT_EQ(std::string(decision_.fileName),
                 std::string("/logs/") + row.program + ".4242 03-02-2026 09.05.07.012.log");
     }
   }
@@ -273,13 +277,13 @@ TEST_F(DecideActivationTest, FromTheFile) {
 
 TEST_F(DecideActivationTest, TakesTheOptions) {
   save({"", true, true, "*", "*", "x; activationcontext ", false, true});
-  ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
-  EXPECT_TRUE(sink_.deleteOnClose);
-  EXPECT_TRUE(sink_.debugEcho);
-  EXPECT_FALSE(sink_.enabled[0]);
-  EXPECT_TRUE(sink_.enabled[1]);
-  EXPECT_TRUE(sink_.actCtx);
-  EXPECT_STREQ(sink_.fileName, "app.4242 03-02-2026 09.05.07.012.log") << "relative to the cwd";
+  ASSERT_TRUE(decide(env("app")));
+  EXPECT_TRUE(decision_.deleteOnClose);
+  EXPECT_TRUE(decision_.debugEcho);
+  EXPECT_FALSE(decision_.enabled[0]);
+  EXPECT_TRUE(decision_.enabled[1]);
+  EXPECT_TRUE(decision_.actCtx);
+  EXPECT_STREQ(decision_.fileName, "app.4242 03-02-2026 09.05.07.012.log") << "relative to the cwd";
 }
 
 TEST_F(DecideActivationTest, BadFiles) {
@@ -303,11 +307,10 @@ TEST_F(DecideActivationTest, BadFiles) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     trace_test::write_file(dir_.path() + "TvLog.cfg", row.bytes);
-    TvLogSink sink;
-    EXPECT_EQ(trace::DecideActivation(sink, shared_, env("app")), row.yes);
+    EXPECT_EQ(decide(env("app")), row.yes);
   }
   ::unlink((dir_.path() + "TvLog.cfg").c_str());
-  EXPECT_FALSE(trace::DecideActivation(sink_, shared_, env("app"))) << "no file";
+  EXPECT_FALSE(decide(env("app"))) << "no file";
 }
 
 TEST_F(DecideActivationTest, StringsWithoutTheirZeroStayInTheirField) {
@@ -319,9 +322,9 @@ TEST_F(DecideActivationTest, StringsWithoutTheirZeroStayInTheirField) {
   cfg.filter0 = true;
   cfg.crc = TvCrc().Add(&cfg, 4876).GetCrc();
   trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(cfg));
-  EXPECT_FALSE(trace::DecideActivation(sink_, shared_, env("a"))) << "259 + 34 characters";
-  EXPECT_FALSE(sink_.actCtx);
-  EXPECT_STREQ(sink_.fileName, "");
+  EXPECT_FALSE(decide(env("a"))) << "259 + 34 characters";
+  EXPECT_FALSE(decision_.actCtx);
+  EXPECT_STREQ(decision_.fileName, "");
 }
 
 TEST_F(DecideActivationTest, PathLimits) {
@@ -351,10 +354,9 @@ TEST_F(DecideActivationTest, PathLimits) {
     save({row.log_folder, false, false, "*", "*", "", true, true});
     trace::activation_env e = env(std::string(43, 'p'));
     if (row.path != nullptr || std::strcmp(row.what, "no path") == 0) e.program_path = row.path;
-    TvLogSink sink;
-    EXPECT_EQ(trace::DecideActivation(sink, shared_, e), row.yes);
+    EXPECT_EQ(decide(e), row.yes);
     if (!row.yes) {
-      EXPECT_STREQ(sink.fileName, "");
+      EXPECT_STREQ(decision_.fileName, "");
     }
   }
 }
@@ -363,15 +365,14 @@ TEST_F(DecideActivationTest, SharedRecordWinsOverTheFile) {
   save({"/file/", false, false, "*", "*", "", true, true});
   ASSERT_TRUE(
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
-  ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
-  EXPECT_EQ(std::string(sink_.fileName).substr(0, 8), "/shared/");
+  ASSERT_TRUE(decide(env("app")));
+  EXPECT_EQ(std::string(decision_.fileName).substr(0, 8), "/shared/");
   EXPECT_EQ(shared_.lock, 0u);
 
   // A shared record that names other programs still wins: no trace.
   ASSERT_TRUE(
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "x", "*", "", true, true}));
-  TvLogSink other;
-  EXPECT_FALSE(trace::DecideActivation(other, shared_, env("app")));
+  EXPECT_FALSE(decide(env("app")));
 }
 
 TEST_F(DecideActivationTest, LockedSharedRecordIsPassedBy) {
@@ -380,8 +381,8 @@ TEST_F(DecideActivationTest, LockedSharedRecordIsPassedBy) {
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
   shared_.lock = 1;
   trace::SharedLogCfg(shared_).version = 2;  // damaged, but nobody may look
-  ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
-  EXPECT_EQ(std::string(sink_.fileName).substr(0, 6), "/file/");
+  ASSERT_TRUE(decide(env("app")));
+  EXPECT_EQ(std::string(decision_.fileName).substr(0, 6), "/file/");
   EXPECT_EQ(shared_.lock, 1u);
   EXPECT_EQ(shared_.cfgSet, 1u);
 }
@@ -392,8 +393,8 @@ TEST_F(DecideActivationTest, DamagedSharedRecordIsClearedAndTheFileDecides) {
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
   trace::SharedLogCfg(shared_).version = 2;
   trace::SharedLogCfg(shared_).crc = TvCrc().Add(&trace::SharedLogCfg(shared_), 4876).GetCrc();
-  ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
-  EXPECT_EQ(std::string(sink_.fileName).substr(0, 6), "/file/");
+  ASSERT_TRUE(decide(env("app")));
+  EXPECT_EQ(std::string(decision_.fileName).substr(0, 6), "/file/");
   EXPECT_EQ(shared_.cfgSet, 0u);
   EXPECT_EQ(shared_.lock, 0u);
 }
@@ -401,8 +402,8 @@ TEST_F(DecideActivationTest, DamagedSharedRecordIsClearedAndTheFileDecides) {
 TEST_F(DecideActivationTest, LogTuneIgnoresEvenTheSharedRecord) {
   ASSERT_TRUE(trace::SetSharedLogCfg(shared_, all_on()));
   shared_.lock = 0;
-  EXPECT_FALSE(trace::DecideActivation(sink_, shared_, env("LOGTUNE")));
-  EXPECT_FALSE(trace::DecideActivation(sink_, shared_, env("LogTune.exe")));
+  EXPECT_FALSE(decide(env("LOGTUNE")));
+  EXPECT_FALSE(decide(env("LogTune.exe")));
   EXPECT_EQ(shared_.cfgSet, 1u);
 }
 
@@ -423,12 +424,11 @@ TEST_F(DecideActivationTest, FlagsMayHoldAnyByte) {
     std::memset(&cfg.filter0, row.byte, 4);  // filter0, filter1, deleteOnClose, debugEcho
     cfg.crc = TvCrc().Add(&cfg, 4876).GetCrc();
     trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(cfg));
-    TvLogSink sink;
-    ASSERT_TRUE(trace::DecideActivation(sink, shared_, env("app")));
-    EXPECT_EQ(sink.enabled[0], row.on);
-    EXPECT_EQ(sink.enabled[1], row.on);
-    EXPECT_EQ(sink.deleteOnClose, row.on);
-    EXPECT_EQ(sink.debugEcho, row.on);
+    ASSERT_TRUE(decide(env("app")));
+    EXPECT_EQ(decision_.enabled[0], row.on);
+    EXPECT_EQ(decision_.enabled[1], row.on);
+    EXPECT_EQ(decision_.deleteOnClose, row.on);
+    EXPECT_EQ(decision_.debugEcho, row.on);
   }
 }
 

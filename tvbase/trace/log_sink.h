@@ -7,10 +7,8 @@
 
 #include <cstddef>
 
-struct TvSharedData;
-
 namespace trace {
-struct activation_env;
+struct activation_decision;
 }
 
 struct TvLogSink {
@@ -22,9 +20,10 @@ struct TvLogSink {
   bool enabled[2] = {};     // by filter class
   unsigned long owner = 0;  // the process that created the file
 
-  // Runs the decision and creates the log file on yes: O_NOFOLLOW, so a
-  // trace never writes through a symbolic link planted at its name.
-  void Build(TvSharedData& shared, const trace::activation_env& env) noexcept;
+  // Acts on the activation decision: takes its options and file name and,
+  // on yes, creates the log file: O_NOFOLLOW, so a trace never writes
+  // through a symbolic link planted at its name.
+  void Build(const trace::activation_decision& decision) noexcept;
 
   // Closes the file and, if so configured, deletes it; a process made by
   // fork() never deletes its parent's file.
