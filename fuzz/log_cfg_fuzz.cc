@@ -109,7 +109,7 @@ bool naive_contains(std::string_view list, std::string_view name) {
 
 // The decision that the rules make of `record`; false for "no".
 bool naive_decision(const unsigned char* record, const std::string& program,
-                    trace::activation_decision& out) {
+                    trace::ActivationDecision& out) {
   const std::string programs = field(record, offsetof(TvLogCfg, programs), 2048);
   const std::string users = field(record, offsetof(TvLogCfg, users), 2045);
   const std::string options = field(record, offsetof(TvLogCfg, options), 512);
@@ -199,13 +199,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   shared.lock = locked ? 1 : 0;
 
   const std::string path = folder() + program;
-  const trace::activation_env env{path.c_str(), user_name, 4242, fixed_time};
-  const trace::activation_decision decision = trace::DecideActivation(shared, env);
+  const trace::ActivationEnv env{path.c_str(), user_name, 4242, fixed_time};
+  const trace::ActivationDecision decision = trace::DecideActivation(shared, env);
   const bool decided = decision.on;
 
   // The naive decision. The shared block is looked at only for a program
   // that may trace at all.
-  trace::activation_decision expected;
+  trace::ActivationDecision expected;
   bool yes = false;
   const bool looked = path.size() < 260 && !same_nocase(program, "LogTune.exe");
   const bool shared_wins = looked && shared_too && !locked && valid(record);

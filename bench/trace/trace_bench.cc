@@ -41,10 +41,10 @@ class sink_scope {
     } else if (k == null_device) {
       sink_.file = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     }
-    before_ = trace::use_sink(&sink_);
+    before_ = trace::UseSink(&sink_);
   }
   ~sink_scope() {
-    trace::use_sink(before_);
+    trace::UseSink(before_);
     platform::close_file(sink_.file);
     if (!path_.empty()) std::filesystem::remove(path_);
   }

@@ -18,13 +18,13 @@ namespace {
 __attribute__((constructor(101))) void load() {
   frame::attach_shared_data();
   frame::build_thread_slot(trace::ThreadStateEnds);
-  trace::build_process_sink();
-  if (!frame::thread_slot_valid()) trace::take_down_process_sink();
+  trace::BuildProcessSink();
+  if (!frame::thread_slot_valid()) trace::TakeDownProcessSink();
 }
 
 __attribute__((destructor(101))) void unload() {
   frame::release_thread_slot_value();
-  trace::take_down_process_sink();
+  trace::TakeDownProcessSink();
   frame::take_down_thread_slot();
   frame::detach_shared_data();
 }

@@ -63,12 +63,12 @@ class TraceTest : public ::testing::Test {
     sink_.file = platform::create_log_file(path_.c_str());
     ASSERT_GE(sink_.file, 0);
     sink_.enabled[0] = sink_.enabled[1] = true;
-    before_ = trace::use_sink(&sink_);
+    before_ = trace::UseSink(&sink_);
     ASSERT_NE(trace::ThreadState(), nullptr);
     depth_ = trace::ThreadState()->depth;
   }
   void TearDown() override {
-    trace::use_sink(before_);
+    trace::UseSink(before_);
     platform::close_file(sink_.file);
     platform::set_activation_context_stand_in(0, false);
     EXPECT_EQ(trace::ThreadState()->depth, depth_) << "depth not balanced";
@@ -336,15 +336,15 @@ TEST_F(TraceTest, DebugEcho) {
 
   TvLogSink no_file = sink_;
   no_file.file = -1;
-  trace::use_sink(&no_file);
+  trace::UseSink(&no_file);
   EXPECT_EQ(capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); }), "");
-  trace::use_sink(&sink_);
+  trace::UseSink(&sink_);
 }
 
 TEST_F(TraceTest, WithoutAFileNothingIsWrittenButDepthIsKept) {
   TvLogSink no_file = sink_;
   no_file.file = -1;
-  trace::use_sink(&no_file);
+  trace::UseSink(&no_file);
   {
     TvFuncLog log("F");
     EXPECT_FALSE(log.IsEnabled());
@@ -352,7 +352,7 @@ TEST_F(TraceTest, WithoutAFileNothingIsWrittenButDepthIsKept) {
     log.WriteLine("formatted, not written");
     EXPECT_EQ(trace::ThreadState()->length, 0u);
   }
-  trace::use_sink(&sink_);
+  trace::UseSink(&sink_);
   EXPECT_EQ(text(), "");
 }
 
@@ -397,7 +397,7 @@ TEST_F(TraceTest, NoAllocationAfterTheFirstCall) {
   } rows[] = {{"trace off", &off}, {"trace on", &sink_}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    trace::use_sink(row.sink);
+    trace::UseSink(row.sink);
     long states = -1, allocations = -1;
     std::thread([&] {
       { TvFuncLog first("First"); }  // makes the thread's state
@@ -413,7 +413,7 @@ TEST_F(TraceTest, NoAllocationAfterTheFirstCall) {
     EXPECT_EQ(states, 0);
     EXPECT_EQ(allocations, 0);
   }
-  trace::use_sink(&sink_);
+  trace::UseSink(&sink_);
 }
 
 TEST(ThreadState, NeverTracedThreadHasNothingToFree) {
@@ -462,7 +462,7 @@ class SinkTest : public ::testing::Test {
     trace_test::write_file(dir_.path() + "TvLog.cfg",
                            std::string(reinterpret_cast<const char*>(&cfg), sizeof cfg));
   }
-  trace::activation_env env() {
+  trace::ActivationEnv env() {
     program_ = dir_.path() + "app";
     return {program_.c_str(), nullptr, platform::process_id(), fixed_time};
   }

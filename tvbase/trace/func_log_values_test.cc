@@ -57,10 +57,10 @@ class TraceValues : public testing::Test {
     sink_.file = platform::create_log_file(path_.c_str());
     ASSERT_GE(sink_.file, 0);
     sink_.enabled[0] = sink_.enabled[1] = true;
-    before_ = trace::use_sink(&sink_);
+    before_ = trace::UseSink(&sink_);
   }
   void TearDown() override {
-    trace::use_sink(before_);
+    trace::UseSink(before_);
     platform::close_file(sink_.file);
   }
 

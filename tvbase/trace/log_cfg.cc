@@ -59,7 +59,7 @@ bool flag(const bool& field) {
 
 }  // namespace
 
-const char* TooLongField(const log_cfg_fields& f) noexcept {
+const char* TooLongField(const LogCfgFields& f) noexcept {
   if (std::strlen(or_empty(f.logFolder)) >= sizeof TvLogCfg::logFolder) return "logFolder";
   if (std::strlen(or_empty(f.programs)) >= sizeof TvLogCfg::programs) return "programs";
   if (std::strlen(or_empty(f.users)) >= sizeof TvLogCfg::users) return "users";
@@ -67,7 +67,7 @@ const char* TooLongField(const log_cfg_fields& f) noexcept {
   return nullptr;
 }
 
-bool FillLogCfg(TvLogCfg& cfg, const log_cfg_fields& f) noexcept {
+bool FillLogCfg(TvLogCfg& cfg, const LogCfgFields& f) noexcept {
   if (TooLongField(f) != nullptr) return false;
   copy_field(cfg.logFolder, or_empty(f.logFolder));
   copy_field(cfg.programs, or_empty(f.programs));
@@ -107,7 +107,7 @@ bool ListContains(const char* list, const char* name, char separator) noexcept {
   return false;
 }
 
-bool SetSharedLogCfg(TvSharedData& shared, const log_cfg_fields& fields,
+bool SetSharedLogCfg(TvSharedData& shared, const LogCfgFields& fields,
                      void (*waiting)(unsigned)) noexcept {
   frame::acquire_lock(shared, waiting);
   const bool filled = FillLogCfg(SharedLogCfg(shared), fields);
@@ -122,24 +122,24 @@ void ClearSharedLogCfg(TvSharedData& shared, void (*waiting)(unsigned)) noexcept
   frame::release_lock(shared);
 }
 
-shared_cfg_state ReadSharedLogCfg(TvSharedData& shared, TvLogCfg& out,
-                                  void (*waiting)(unsigned)) noexcept {
+eSharedCfgState ReadSharedLogCfg(TvSharedData& shared, TvLogCfg& out,
+                                 void (*waiting)(unsigned)) noexcept {
   frame::acquire_lock(shared, waiting);
   std::memcpy(&out, &SharedLogCfg(shared), sizeof out);
   const bool set = shared.cfgSet != 0;
   frame::release_lock(shared);
-  if (!set) return shared_cfg_state::not_set;
-  return IsValidLogCfg(out) ? shared_cfg_state::set : shared_cfg_state::damaged;
+  if (!set) return eSharedCfgState::NotSet;
+  return IsValidLogCfg(out) ? eSharedCfgState::Set : eSharedCfgState::Damaged;
 }
 
-activation_env ProcessActivationEnv(char (&path)[260]) noexcept {
+ActivationEnv ProcessActivationEnv(char (&path)[260]) noexcept {
   return {platform::executable_path(path, sizeof path) ? path : nullptr, platform::user_name,
           platform::process_id(), platform::now};
 }
 
-activation_decision DecideActivation(TvSharedData& shared, const activation_env& env) noexcept {
-  activation_decision d;
-  const char* path = env.program_path;
+ActivationDecision DecideActivation(TvSharedData& shared, const ActivationEnv& env) noexcept {
+  ActivationDecision d;
+  const char* path = env.programPath;
   if (path == nullptr || std::strlen(path) >= kPathLimit) return d;
   const char* slash = std::strrchr(path, '/');
   if (slash == nullptr) return d;
@@ -176,7 +176,7 @@ activation_decision DecideActivation(TvSharedData& shared, const activation_env&
   if (std::strcmp(cfg.programs, "*") != 0 && !ListContains(cfg.programs, program, ';')) return d;
   if (std::strcmp(cfg.users, "*") != 0) {
     char user[kUserLimit];
-    if (env.user_name == nullptr || !env.user_name(user, sizeof user) ||
+    if (env.userName == nullptr || !env.userName(user, sizeof user) ||
         !ListContains(cfg.users, user, ';')) {
       return d;
     }
@@ -186,8 +186,8 @@ activation_decision DecideActivation(TvSharedData& shared, const activation_env&
   const platform::local_time t = env.now();
   const int n =
       std::snprintf(d.fileName, sizeof d.fileName, "%s%s.%d %02d-%02d-%04d %02d.%02d.%02d.%03d.log",
-                    cfg.logFolder, program, static_cast<int>(env.process_id), t.day, t.month,
-                    t.year, t.hour, t.minute, t.second, t.millisecond);
+                    cfg.logFolder, program, static_cast<int>(env.processId), t.day, t.month, t.year,
+                    t.hour, t.minute, t.second, t.millisecond);
   if (n < 0 || static_cast<std::size_t>(n) >= kPathLimit) {
     d.fileName[0] = 0;
     return d;

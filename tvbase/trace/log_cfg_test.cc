@@ -15,14 +15,14 @@
 
 namespace {
 
-using trace::log_cfg_fields;
+using trace::LogCfgFields;
 using trace_test::temp_dir;
 
-log_cfg_fields all_on(const char* folder = "/tmp/logs/") {
+LogCfgFields all_on(const char* folder = "/tmp/logs/") {
   return {folder, true, true, "*", "*", "ActivationContext", true, true};
 }
 
-TvLogCfg filled(const log_cfg_fields& fields) {
+TvLogCfg filled(const LogCfgFields& fields) {
   TvLogCfg cfg{};
   EXPECT_TRUE(trace::FillLogCfg(cfg, fields));
   return cfg;
@@ -63,8 +63,8 @@ TEST(LogCfg, StringLimits) {
     const std::string folder(row.folder, 'f'), programs(row.programs, 'p'), users(row.users, 'u'),
         options(row.options, 'o');
     SCOPED_TRACE(row.too_long != nullptr ? row.too_long : "all fit");
-    const log_cfg_fields fields{folder.c_str(), false,           false, programs.c_str(),
-                                users.c_str(),  options.c_str(), false, false};
+    const LogCfgFields fields{folder.c_str(), false,           false, programs.c_str(),
+                              users.c_str(),  options.c_str(), false, false};
     const char* named = trace::TooLongField(fields);
     EXPECT_STREQ(named != nullptr ? named : "", row.too_long != nullptr ? row.too_long : "");
     TvLogCfg cfg;
@@ -185,27 +185,27 @@ TEST(SaveLogCfg, Failures) {
 TEST(SharedLogCfg, SetClearAndDamage) {
   TvSharedData shared{};
   TvLogCfg copy;
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::not_set);
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::NotSet);
   ASSERT_TRUE(trace::SetSharedLogCfg(shared, all_on("/a/")));
   EXPECT_EQ(shared.cfgSet, 1u);
   EXPECT_EQ(shared.lock, 0u);
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::set);
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::Set);
   EXPECT_STREQ(copy.logFolder, "/a/");
 
   // Too long: record and flag stay.
   const std::string long_options(512, 'o');
-  log_cfg_fields refused = all_on("/b/");
+  LogCfgFields refused = all_on("/b/");
   refused.options = long_options.c_str();
   EXPECT_FALSE(trace::SetSharedLogCfg(shared, refused));
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::set);
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::Set);
   EXPECT_STREQ(copy.logFolder, "/a/");
 
   trace::SharedLogCfg(shared).version = 2;
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::damaged);
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::Damaged);
   trace::ClearSharedLogCfg(shared);
   EXPECT_EQ(shared.cfgSet, 0u);
   EXPECT_EQ(trace::SharedLogCfg(shared).version, 2u) << "clearing keeps the record's bytes";
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::not_set);
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::NotSet);
 }
 
 // The activation decision, with a program in a temporary folder.
@@ -219,16 +219,16 @@ class DecideActivationTest : public ::testing::Test {
   static bool no_user(char*, std::size_t) { return false; }
   static platform::local_time fixed_time() { return {2026, 2, 3, 9, 5, 7, 12}; }
 
-  trace::activation_env env(const std::string& program) {
+  trace::ActivationEnv env(const std::string& program) {
     program_ = dir_.path() + program;
     return {program_.c_str(), alice, 4242, fixed_time};
   }
-  void save(const log_cfg_fields& fields) {
+  void save(const LogCfgFields& fields) {
     trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(filled(fields)));
   }
 
   // Runs the decision; keeps it in decision_ and gives whether it said yes.
-  bool decide(const trace::activation_env& e) {
+  bool decide(const trace::ActivationEnv& e) {
     decision_ = trace::DecideActivation(shared_, e);
     return decision_.on;
   }
@@ -236,7 +236,7 @@ class DecideActivationTest : public ::testing::Test {
   temp_dir dir_;
   std::string program_;
   TvSharedData shared_{};
-  trace::activation_decision decision_;
+  trace::ActivationDecision decision_;
 };
 
 TEST_F(DecideActivationTest, FromTheFile) {
@@ -265,8 +265,8 @@ TEST_F(DecideActivationTest, FromTheFile) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     save({"/logs/", false, false, row.programs, row.users, "", true, false});
-    trace::activation_env e = env(row.program);
-    if (row.user_fails) e.user_name = no_user;
+    trace::ActivationEnv e = env(row.program);
+    if (row.user_fails) e.userName = no_user;
     EXPECT_EQ(decide(e), row.yes);
     if (row.yes) {
       EXPECT_EQ(std::string(decision_.fileName),
@@ -352,8 +352,8 @@ TEST_F(DecideActivationTest, PathLimits) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     save({row.log_folder, false, false, "*", "*", "", true, true});
-    trace::activation_env e = env(std::string(43, 'p'));
-    if (row.path != nullptr || std::strcmp(row.what, "no path") == 0) e.program_path = row.path;
+    trace::ActivationEnv e = env(std::string(43, 'p'));
+    if (row.path != nullptr || std::strcmp(row.what, "no path") == 0) e.programPath = row.path;
     EXPECT_EQ(decide(e), row.yes);
     if (!row.yes) {
       EXPECT_STREQ(decision_.fileName, "");

@@ -17,7 +17,7 @@ TvLogSink g_process_sink;
 
 TvLogSink* trace::g_active_sink = &g_process_sink;
 
-void TvLogSink::Build(const trace::activation_decision& decision) noexcept {
+void TvLogSink::Build(const trace::ActivationDecision& decision) noexcept {
   *this = TvLogSink{};
   actCtx = decision.actCtx;
   std::memcpy(fileName, decision.fileName, sizeof fileName);
@@ -45,14 +45,14 @@ void TvLogSink::Write(const char* line, std::size_t length) const noexcept {
 
 namespace trace {
 
-void build_process_sink() noexcept {
+void BuildProcessSink() noexcept {
   char path[260];
   g_process_sink.Build(DecideActivation(*TvGetSharedData(), ProcessActivationEnv(path)));
 }
 
-void take_down_process_sink() noexcept { g_process_sink.TakeDown(); }
+void TakeDownProcessSink() noexcept { g_process_sink.TakeDown(); }
 
-TvLogSink* use_sink(TvLogSink* sink) noexcept {
+TvLogSink* UseSink(TvLogSink* sink) noexcept {
   TvLogSink* before = g_active_sink;
   g_active_sink = sink != nullptr ? sink : &g_process_sink;
   return before;

@@ -43,7 +43,7 @@ bool limit_file_size(rlim_t bytes) {
 }
 
 void print_log_name() {
-  const TvLogSink& sink = trace::log_sink();
+  const TvLogSink& sink = trace::LogSink();
   std::printf("%s\n", sink.file >= 0 ? sink.fileName : "-");
   std::fflush(stdout);
 }
