@@ -10,7 +10,7 @@
 //
 // The block is a plain layout. frame keeps the 4,880 bytes of the log
 // configuration as raw storage and never looks inside them: the call trace
-// gives them their meaning (trace::SharedLogCfg in <tvbase/trace/log_cfg.h>).
+// gives them their meaning (trace::SharedLogCfg, in the trace's log_cfg.h).
 // The lock word and the counter are changed only through atomic operations
 // on the mapped memory, which are correct across processes:
 //
