@@ -230,4 +230,18 @@ TEST(DistinctValueDeathTest, WrapEndsTheProcessWithTheAbortSignal) {
       testing::KilledBySignal(SIGABRT), "");
 }
 
+// Where the host ignores the abort signal, the wrap still ends the process,
+// with status 3, rather than handing out 0 and counting on.
+TEST(DistinctValueDeathTest, WrapEndsTheProcessWithStatus3WhenAbortIsIgnored) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        std::signal(SIGABRT, SIG_IGN);
+        frame::distinct_counter(*TvGetSharedData()).store(ULLONG_MAX);
+        distinct_value::get();
+        std::exit(6);
+      },
+      testing::ExitedWithCode(3), "");
+}
+
 }  // namespace
