@@ -7,9 +7,15 @@
 #include <cstdint>
 #include <memory>
 
-namespace platform {
-struct icon;
-}
+// The icon handle: an opaque pointer that callers hold, compare with null
+// and pass back, and free with TvGdi::DestroyIcon; they never look inside
+// (TvGdi::GetIconPixels shows the image). It stands beside the library's
+// other stand-ins for the system's types in namespace win; on Windows it is
+// to be the system's own HICON.
+namespace win {
+struct HICON__;
+using HICON = HICON__*;
+}  // namespace win
 
 // Loads icons, in several sizes at once, from a source text, and tells an
 // icon's size. A source is either the path of an icon file (a text with no
@@ -36,7 +42,7 @@ struct icon;
 //   for (auto& s : sizes) TvGdi::DestroyIcon(s.icon);
 class TVBASE_EXPORT TvGdi {
  public:
-  using HICON = platform::icon*;
+  using HICON = win::HICON;
 
   struct SIZE {
     long cx;
@@ -68,7 +74,7 @@ class TVBASE_EXPORT TvGdi {
     void operator()(HICON icon) const noexcept { DestroyIcon(icon); }
   };
   // An icon that releases itself.
-  using IconPtr = std::unique_ptr<platform::icon, IconDeleter>;
+  using IconPtr = std::unique_ptr<win::HICON__, IconDeleter>;
 
   // The size of the icon's colour image. False, leaving `size` alone, for a
   // null icon or a monochrome one (which has a mask image only).
