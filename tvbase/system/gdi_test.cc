@@ -1,7 +1,5 @@
 #include <tvbase/system/gdi.h>
 
-#include <unistd.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -13,21 +11,18 @@
 #include <gtest/gtest.h>
 
 #include <tvbase/system/icon_test_files.h>
+#include <tvbase/testing/temp_dir.h>
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace icon_test;
+
+// A temporary folder that the tests write their icon files and modules into.
 class temp_dir {
  public:
-  temp_dir() {
-    char name[] = "/tmp/tvbase_gdi_XXXXXX";
-    if (mkdtemp(name) == nullptr) throw std::runtime_error("mkdtemp failed");
-    root_ = name;
-  }
-  ~temp_dir() {
-    std::error_code ec;
-    fs::remove_all(root_, ec);
+  temp_dir() : root_(dir_.path()) {
+    if (dir_.path().empty()) throw std::runtime_error("no temporary folder");
   }
   std::string write(const std::string& name, const buffer& bytes) const {
     const fs::path p = root_ / name;
@@ -38,6 +33,7 @@ class temp_dir {
   }
 
  private:
+  testing_support::temp_dir dir_{"tvbase_gdi_"};
   fs::path root_;
 };
 

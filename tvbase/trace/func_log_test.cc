@@ -1,9 +1,5 @@
 #include <tvbase/trace/func_log.h>
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -311,23 +307,11 @@ TEST_F(TraceTest, ActivationContext) {
   }
 }
 
-// Runs `body` with standard error going to a file, and gives what it got.
-std::string capture_stderr(const std::string& path, const std::function<void()>& body) {
-  std::fflush(stderr);
-  const int saved = ::dup(2);
-  const int file = ::open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
-  ::dup2(file, 2);
-  ::close(file);
-  body();
-  ::dup2(saved, 2);
-  ::close(saved);
-  return trace_test::read_file(path);
-}
-
 TEST_F(TraceTest, DebugEcho) {
   const std::string echo_path = dir_.path() + "stderr";
   sink_.debugEcho = true;
-  const std::string echoed = capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); });
+  const std::string echoed =
+      testing_support::capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); });
   const std::vector<std::string> echo_lines = trace_test::split_lines(echoed, "\n");
   const std::vector<std::string> file_lines = trace_test::split_lines(text(), "\r\n");
   ASSERT_EQ(echo_lines.size(), 3u);
@@ -337,7 +321,7 @@ TEST_F(TraceTest, DebugEcho) {
   TvLogSink no_file = sink_;
   no_file.file = -1;
   trace::UseSink(&no_file);
-  EXPECT_EQ(capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); }), "");
+  EXPECT_EQ(testing_support::capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); }), "");
   trace::UseSink(&sink_);
 }
 
@@ -486,12 +470,11 @@ TEST_F(SinkTest, DeleteOnClose) {
     sink.Write("line", 4);
     EXPECT_EQ(trace_test::read_file(log_path()), "line\r\n");
     // A child made by fork() never deletes its parent's file.
-    const pid_t child = ::fork();
-    if (child == 0) {
-      sink.TakeDown();
-      ::_exit(0);
-    }
-    ::waitpid(child, nullptr, 0);
+    EXPECT_EQ(testing_support::in_child([&sink] {
+                sink.TakeDown();
+                return 0;
+              }),
+              0);
     EXPECT_TRUE(std::filesystem::exists(log_path()));
     sink.TakeDown();
     EXPECT_EQ(std::filesystem::exists(log_path()), !delete_on_close);
@@ -503,7 +486,9 @@ TEST_F(SinkTest, NeverWritesThroughASymbolicLink) {
   configure(false);
   const std::string target = dir_.path() + "target";
   trace_test::write_file(target, "precious");
-  ASSERT_EQ(::symlink(target.c_str(), log_path().c_str()), 0);
+  std::error_code error;
+  std::filesystem::create_symlink(target, log_path(), error);
+  ASSERT_FALSE(error) << error.message();
   TvLogSink sink;
   sink.Build(trace::DecideActivation(shared_, env()));
   EXPECT_EQ(sink.file, -1);

@@ -1,9 +1,8 @@
 #include <tvbase/trace/log_cfg.h>
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -309,7 +308,7 @@ TEST_F(DecideActivationTest, BadFiles) {
     trace_test::write_file(dir_.path() + "TvLog.cfg", row.bytes);
     EXPECT_EQ(decide(env("app")), row.yes);
   }
-  ::unlink((dir_.path() + "TvLog.cfg").c_str());
+  std::filesystem::remove(dir_.path() + "TvLog.cfg");
   EXPECT_FALSE(decide(env("app"))) << "no file";
 }
 
