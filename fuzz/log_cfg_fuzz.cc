@@ -14,19 +14,18 @@
 // bits 0-3 as 0 or 1, or the byte itself for all when bit 7 is set), and the
 // rest holds the folder, programs, users and options separated by 0x1F
 // bytes, each copied into its field without a zero and cut at its end.
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
 #include <tvbase/frame/shared_data.h>
+#include <tvbase/testing/temp_dir.h>
 #include <tvbase/trace/crc.h>
 #include <tvbase/trace/log_cfg.h>
 
@@ -36,20 +35,20 @@ constexpr std::size_t kRecord = sizeof(TvLogCfg);
 constexpr std::size_t kCrcAt = offsetof(TvLogCfg, crc);
 
 // The program's folder, made at the first run and removed at exit.
-char g_folder[] = "/tmp/tvbase-log-cfg-fuzz-XXXXXX";
+std::string g_folder;
 
 void remove_folder() {
-  ::unlink((std::string(g_folder) + "/TvLog.cfg").c_str());
-  ::rmdir(g_folder);
+  std::error_code ignored;
+  std::filesystem::remove_all(g_folder, ignored);
 }
 
 const std::string& folder() {
-  static const std::string path = [] {
-    if (::mkdtemp(g_folder) == nullptr) std::abort();
+  if (g_folder.empty()) {
+    g_folder = testing_support::make_temp_dir("tvbase-log-cfg-fuzz-");
+    if (g_folder.empty()) std::abort();
     std::atexit(remove_folder);
-    return std::string(g_folder) + "/";
-  }();
-  return path;
+  }
+  return g_folder;
 }
 
 const std::string kLongUser(256, 'u');
