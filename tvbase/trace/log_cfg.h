@@ -118,9 +118,10 @@ struct ActivationEnv {
 ActivationEnv ProcessActivationEnv(char (&path)[260]) noexcept;
 
 // What the activation decision says: whether the process traces, and the
-// options and log file name that the sink takes. The options hold what the
-// record said once one was read, also when a later step said no; the file
-// name is set only on yes.
+// options and log file name that the sink takes. deleteOnClose, debugEcho
+// and enabled hold what the record said once a valid one was read, also when
+// a later step said no; actCtx is set once the program and user were found;
+// fileName only on yes.
 struct ActivationDecision {
   bool on = false;
   bool actCtx = false;  // the option "ActivationContext"
