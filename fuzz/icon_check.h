@@ -13,7 +13,7 @@
 #include <memory>
 #include <span>
 
-#include <tvbase/platform/icon_reader.h>
+#include <tvbase/system/icon_reader.h>
 
 namespace fuzz_icon {
 
@@ -28,11 +28,10 @@ inline int requested_height(std::uint8_t choice) {
 
 inline volatile unsigned sink;
 
-inline void check(const std::unique_ptr<platform::icon>& icon,
-                  std::span<const std::uint8_t> input) {
+inline void check(const std::unique_ptr<gdi::icon>& icon, std::span<const std::uint8_t> input) {
   if (!icon) return;
   if (icon->width <= 0 || icon->height <= 0) std::abort();
-  if (icon->format == platform::icon_format::png) {
+  if (icon->format == gdi::icon_format::png) {
     if (icon->pixels.size() < 24 || icon->pixels.size() > input.size() ||
         std::search(input.begin(), input.end(), icon->pixels.begin(), icon->pixels.end()) ==
             input.end()) {

@@ -1,7 +1,7 @@
 // trace::DecideActivation on a TvLogCfg made from the input, in the file
 // beside a program in a temporary folder and, if asked, in a shared block of
 // the target's own. Any bytes give a decision; it, the log file name and the
-// sink's flags agree with a naive reading of the rules, and the shared block
+// options agree with a naive reading of the rules, and the shared block
 // keeps its lock word and loses its set flag only when its record is
 // damaged.
 //
@@ -14,22 +14,20 @@
 // bits 0-3 as 0 or 1, or the byte itself for all when bit 7 is set), and the
 // rest holds the folder, programs, users and options separated by 0x1F
 // bytes, each copied into its field without a zero and cut at its end.
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
 #include <tvbase/frame/shared_data.h>
+#include <tvbase/testing/temp_dir.h>
 #include <tvbase/trace/crc.h>
 #include <tvbase/trace/log_cfg.h>
-#include <tvbase/trace/log_sink.h>
 
 namespace {
 
@@ -37,20 +35,20 @@ constexpr std::size_t kRecord = sizeof(TvLogCfg);
 constexpr std::size_t kCrcAt = offsetof(TvLogCfg, crc);
 
 // The program's folder, made at the first run and removed at exit.
-char g_folder[] = "/tmp/tvbase-log-cfg-fuzz-XXXXXX";
+std::string g_folder;
 
 void remove_folder() {
-  ::unlink((std::string(g_folder) + "/TvLog.cfg").c_str());
-  ::rmdir(g_folder);
+  std::error_code ignored;
+  std::filesystem::remove_all(g_folder, ignored);
 }
 
 const std::string& folder() {
-  static const std::string path = [] {
-    if (::mkdtemp(g_folder) == nullptr) std::abort();
+  if (g_folder.empty()) {
+    g_folder = testing_support::make_temp_dir("tvbase-log-cfg-fuzz-");
+    if (g_folder.empty()) std::abort();
     std::atexit(remove_folder);
-    return std::string(g_folder) + "/";
-  }();
-  return path;
+  }
+  return g_folder;
 }
 
 const std::string kLongUser(256, 'u');
@@ -108,8 +106,9 @@ bool naive_contains(std::string_view list, std::string_view name) {
   }
 }
 
-// The sink that the rules make of `record`, or nothing for "no".
-bool naive_decision(const unsigned char* record, const std::string& program, TvLogSink& out) {
+// The decision that the rules make of `record`; false for "no".
+bool naive_decision(const unsigned char* record, const std::string& program,
+                    trace::ActivationDecision& out) {
   const std::string programs = field(record, offsetof(TvLogCfg, programs), 2048);
   const std::string users = field(record, offsetof(TvLogCfg, users), 2045);
   const std::string options = field(record, offsetof(TvLogCfg, options), 512);
@@ -199,13 +198,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   shared.lock = locked ? 1 : 0;
 
   const std::string path = folder() + program;
-  const trace::activation_env env{path.c_str(), user_name, 4242, fixed_time};
-  TvLogSink sink;
-  const bool decided = trace::DecideActivation(sink, shared, env);
+  const trace::ActivationEnv env{path.c_str(), user_name, 4242, fixed_time};
+  const trace::ActivationDecision decision = trace::DecideActivation(shared, env);
+  const bool decided = decision.on;
 
   // The naive decision. The shared block is looked at only for a program
   // that may trace at all.
-  TvLogSink expected;
+  trace::ActivationDecision expected;
   bool yes = false;
   const bool looked = path.size() < 260 && !same_nocase(program, "LogTune.exe");
   const bool shared_wins = looked && shared_too && !locked && valid(record);
@@ -213,10 +212,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                  valid(reinterpret_cast<const unsigned char*>(file.data()))))) {
     yes = naive_decision(record, program, expected);
   }
-  if (decided != yes || std::strcmp(sink.fileName, expected.fileName) != 0) std::abort();
-  if (yes && (sink.actCtx != expected.actCtx || sink.deleteOnClose != expected.deleteOnClose ||
-              sink.debugEcho != expected.debugEcho || sink.enabled[0] != expected.enabled[0] ||
-              sink.enabled[1] != expected.enabled[1])) {
+  if (decided != yes || std::strcmp(decision.fileName, expected.fileName) != 0) std::abort();
+  if (yes &&
+      (decision.actCtx != expected.actCtx || decision.deleteOnClose != expected.deleteOnClose ||
+       decision.debugEcho != expected.debugEcho || decision.enabled[0] != expected.enabled[0] ||
+       decision.enabled[1] != expected.enabled[1])) {
     std::abort();
   }
   if (shared.lock != (locked ? 1u : 0u)) std::abort();

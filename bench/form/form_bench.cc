@@ -1,7 +1,5 @@
 // The distinct counter uncontended, and a 100 MB body built from 1 MB file
 // parts: throughput, and the builder's peak memory against the body's size.
-#include <sys/resource.h>
-
 #include <string>
 #include <vector>
 
@@ -9,6 +7,7 @@
 
 #include <tvbase/form/distinct_value.h>
 #include <tvbase/form/multipart_form_data.h>
+#include <tvbase/testing/processes.h>
 
 namespace {
 
@@ -22,19 +21,13 @@ void BM_DistinctValueGetTwoThreads(benchmark::State& state) {
 }
 BENCHMARK(BM_DistinctValueGetTwoThreads)->Threads(2)->UseRealTime();
 
-long max_rss_kb() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss;
-}
-
 // Runs first in the program, so that the process's peak resident size is the
 // builder's: the peak grows by what the builder held at most beyond the file
 // part and the program itself.
 void BM_MultipartBody100MB(benchmark::State& state) {
   const std::vector<unsigned char> part(1u << 20, 'x');
   std::size_t body_size = 0, capacity = 0;
-  const long rss_before = max_rss_kb();
+  const long long rss_before = testing_support::peak_resident_bytes();
   for (auto _ : state) {
     multipart_form_data form;
     for (int i = 0; i < 100; ++i) {
@@ -51,7 +44,8 @@ void BM_MultipartBody100MB(benchmark::State& state) {
     capacity = body.capacity();
     benchmark::DoNotOptimize(body.data());
   }
-  const double rss_growth = static_cast<double>(max_rss_kb() - rss_before) * 1024.0;
+  const double rss_growth =
+      static_cast<double>(testing_support::peak_resident_bytes() - rss_before);
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * body_size));
   state.counters["capacity_per_body"] =
       static_cast<double>(capacity) / static_cast<double>(body_size);

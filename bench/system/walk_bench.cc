@@ -2,19 +2,17 @@
 // only count, beside `find DIR -printf ''` on the same tree in the same run.
 // The tree is made once under /tmp and kept for later runs; the first
 // iterations warm the cache for both.
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
 #include <tvbase/system/dir_walk.h>
+#include <tvbase/testing/processes.h>
 
 extern char** environ;
 
@@ -89,21 +87,10 @@ void BM_DirWalkDepthFirst(benchmark::State& state) {
 
 // The peer: find(1), started and waited for in each iteration.
 void BM_Find(benchmark::State& state) {
-  const std::string dir = tree().native();
-  char find[] = "find";
-  char printf_option[] = "-printf";
-  char empty[] = "";
-  char* argv[] = {find, const_cast<char*>(dir.c_str()), printf_option, empty, nullptr};
+  const std::vector<std::string> words = {"find", tree().native(), "-printf", ""};
   for (auto _ : state) {
-    pid_t pid = 0;
-    if (posix_spawnp(&pid, "find", nullptr, nullptr, argv, environ) != 0) {
-      state.SkipWithError("find could not be started");
-      break;
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-      state.SkipWithError("find failed");
+    if (!testing_support::run_quietly(words)) {
+      state.SkipWithError("find could not be run, or failed");
       break;
     }
   }

@@ -1,9 +1,6 @@
 // The call trace: the cost of a scope with the trace off, and lines per
 // second with it on, beside spdlog's basic_file_sink_mt flushed after every
 // line (the same two lines, from 1 and 2 threads).
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -14,6 +11,8 @@
 #include <spdlog/spdlog.h>
 
 #include <tvbase/platform/file.h>
+#include <tvbase/testing/processes.h>
+#include <tvbase/testing/temp_dir.h>
 #include <tvbase/trace/func_log.h>
 #include <tvbase/trace/log_sink.h>
 
@@ -21,8 +20,8 @@ namespace {
 
 std::string scratch_folder() {
   static const std::string folder = [] {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tvbase-bench-XXXXXX").string();
-    return ::mkdtemp(pattern.data()) != nullptr ? pattern + "/" : std::string("/tmp/");
+    const std::string made = testing_support::make_temp_dir("tvbase-bench-");
+    return made.empty() ? std::string("/tmp/") : made;
   }();
   return folder;
 }
@@ -39,12 +38,12 @@ class sink_scope {
       path_ = scratch_folder() + "trace.log";
       sink_.file = platform::create_log_file(path_.c_str());
     } else if (k == null_device) {
-      sink_.file = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+      sink_.file = platform::create_log_file("/dev/null");
     }
-    before_ = trace::use_sink(&sink_);
+    before_ = trace::UseSink(&sink_);
   }
   ~sink_scope() {
-    trace::use_sink(before_);
+    trace::UseSink(before_);
     platform::close_file(sink_.file);
     if (!path_.empty()) std::filesystem::remove(path_);
   }
@@ -129,7 +128,7 @@ BENCHMARK(BM_TraceSixTypedParametersDevNull);
 // with typed parameters makes at least three (one question about memory, the
 // enter line's write, the return line's write).
 void BM_SystemCallFloor(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(::getppid());
+  for (auto _ : state) benchmark::DoNotOptimize(testing_support::cheapest_system_call());
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_SystemCallFloor);

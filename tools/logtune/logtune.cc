@@ -69,7 +69,7 @@ void notice_waiting(unsigned attempts) {
 
 struct field_values {
   std::string folder, programs, users, options;
-  trace::log_cfg_fields fields;
+  trace::LogCfgFields fields;
 };
 
 field_values take_fields(cli::args& args) {
@@ -136,7 +136,7 @@ int run_save(cli::args& args) {
   const auto words = args.positional(1);
   if (words.empty()) throw cli::usage_error("save needs the PATH of the file to write");
   check_lengths(v);
-  const trace::log_cfg_fields& f = v.fields;
+  const trace::LogCfgFields& f = v.fields;
   unsigned long error = 0;
   if (!TvFuncLog::SaveLogCfg(words[0].c_str(), f.logFolder, f.deleteOnClose, f.debugEcho,
                              f.programs, f.users, f.options, f.filter0, f.filter1, &error)) {
@@ -173,11 +173,9 @@ int run_show(cli::args& args) {
   TvLogCfg cfg{};
   if (words.empty()) {
     switch (trace::ReadSharedLogCfg(*TvGetSharedData(), cfg, notice_waiting)) {
-      case trace::shared_cfg_state::not_set:
-        std::cout << "shared record: not set\n";
-        return cli::kOk;
-      case trace::shared_cfg_state::set: std::cout << "shared record: set\n"; break;
-      case trace::shared_cfg_state::damaged:
+      case trace::eSharedCfgState::NotSet: std::cout << "shared record: not set\n"; return cli::kOk;
+      case trace::eSharedCfgState::Set: std::cout << "shared record: set\n"; break;
+      case trace::eSharedCfgState::Damaged:
         std::cout << "shared record: damaged (the next program to start clears it)\n";
         break;
     }

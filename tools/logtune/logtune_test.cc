@@ -122,9 +122,9 @@ TEST_F(LogTuneTest, SharedRecordStates) {
       logtune({"set", "--folder", "/l/", "--programs", "app;other", "--users", "*", "--filter0"}));
   ASSERT_EQ(set.finish(), 0) << set.err();
   EXPECT_EQ(shared.cfgSet, 1u);
-  EXPECT_STREQ(shared.logCfg.programs, "app;other");
+  EXPECT_STREQ(trace::SharedLogCfg(shared).programs, "app;other");
   EXPECT_EQ(show().rfind("shared record: set\n", 0), 0u);
-  shared.logCfg.users[0] = '?';
+  trace::SharedLogCfg(shared).users[0] = '?';
   EXPECT_EQ(show().rfind("shared record: damaged", 0), 0u);
   child clear(logtune({"clear"}));
   ASSERT_EQ(clear.finish(), 0);

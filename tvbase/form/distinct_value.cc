@@ -1,12 +1,10 @@
 #include <tvbase/form/distinct_value.h>
 
-#include <csignal>
 #include <cstdint>
 #include <string_view>
 
-#include <unistd.h>
-
 #include <tvbase/frame/shared_data.h>
+#include <tvbase/platform/process.h>
 
 namespace {
 
@@ -37,8 +35,7 @@ unsigned long long distinct_value::get() {
   } while (!counter.compare_exchange_weak(seen, next, std::memory_order_relaxed));
   if (next == 0) {
     // 2^64 numbers are gone: none may be handed out twice.
-    std::raise(SIGABRT);
-    _exit(3);
+    platform::abort_then_exit(3);
   }
   return next;
 }

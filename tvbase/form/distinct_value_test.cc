@@ -1,18 +1,15 @@
 #include <tvbase/form/distinct_value.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <set>
 #include <string>
 #include <thread>
@@ -21,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <tvbase/frame/shared_data.h>
+#include <tvbase/testing/processes.h>
 
 namespace {
 
@@ -87,24 +85,21 @@ TEST(DistinctValue, FourProcessesGetAMillionDistinctNumbers) {
   constexpr int kProcesses = 4;
   constexpr int kEach = 250000;
   const std::string folder = testing::TempDir();
-  std::vector<pid_t> children;
+  std::vector<std::unique_ptr<testing_support::forked_child>> children;
   for (int p = 0; p < kProcesses; ++p) {
-    const pid_t child = fork();
-    ASSERT_NE(child, -1);
-    if (child == 0) {
+    children.push_back(std::make_unique<testing_support::forked_child>([&folder, p] {
       std::vector<unsigned long long> taken(kEach);
       for (auto& n : taken) n = distinct_value::get();
       std::FILE* out = std::fopen((folder + "distinct-" + std::to_string(p)).c_str(), "wb");
       const bool ok =
           out && std::fwrite(taken.data(), sizeof taken[0], taken.size(), out) == taken.size();
-      _exit(out && std::fclose(out) == 0 && ok ? 0 : 1);
-    }
-    children.push_back(child);
+      return out && std::fclose(out) == 0 && ok ? 0 : 1;
+    }));
+    ASSERT_TRUE(children.back()->started());
   }
-  for (const pid_t child : children) {
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  for (const auto& child : children) {
+    const testing_support::exit_status status = child->wait();
+    ASSERT_TRUE(status.exited && status.code == 0);
   }
   std::set<unsigned long long> all;
   for (int p = 0; p < kProcesses; ++p) {
@@ -133,41 +128,37 @@ TEST(DistinctValue, ProcessesKilledWhileTakingNumbersLoseNothingForTheOthers) {
   constexpr long kSurvivorBatches = 100;
   const std::string folder = testing::TempDir();
   auto path_of = [&](int p) { return folder + "distinct-killed-" + std::to_string(p); };
-  std::vector<pid_t> children;
+  std::vector<std::unique_ptr<testing_support::forked_child>> children;
   for (int p = 0; p < kProcesses; ++p) {
-    const pid_t child = fork();
-    ASSERT_NE(child, -1);
-    if (child == 0) {
+    children.push_back(std::make_unique<testing_support::forked_child>([&path_of, p] {
       // Unbuffered whole batches: a kill leaves at most a cut last record.
-      const int out = ::open(path_of(p).c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
-      if (out < 0) _exit(1);
+      std::FILE* out = std::fopen(path_of(p).c_str(), "wb");
+      if (out == nullptr || std::setvbuf(out, nullptr, _IONBF, 0) != 0) return 1;
       unsigned long long batch[kBatch];
       for (long round = 0; p < kKilled || round < kSurvivorBatches; ++round) {
         for (auto& n : batch) n = distinct_value::get();
-        if (::write(out, batch, sizeof batch) != static_cast<ssize_t>(sizeof batch)) _exit(1);
+        if (std::fwrite(batch, sizeof batch, 1, out) != 1) return 1;
       }
-      _exit(::close(out) == 0 ? 0 : 1);
-    }
-    children.push_back(child);
+      return std::fclose(out) == 0 ? 0 : 1;
+    }));
+    ASSERT_TRUE(children.back()->started());
   }
   // Kill the endless ones once each has taken a good share.
   for (int p = 0; p < kKilled; ++p) {
-    struct stat info {};
-    for (int waited = 0;
-         (::stat(path_of(p).c_str(), &info) != 0 || info.st_size < 64 * kBatch * 8) &&
-         waited < 30000;
-         ++waited) {
+    for (int waited = 0; waited < 30000; ++waited) {
+      std::error_code error;
+      const auto size = std::filesystem::file_size(path_of(p), error);
+      if (!error && size >= 64 * kBatch * 8) break;
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    ASSERT_EQ(::kill(children[p], SIGKILL), 0);
+    children[p]->kill();
   }
   for (int p = 0; p < kProcesses; ++p) {
-    int status = 0;
-    ASSERT_EQ(waitpid(children[p], &status, 0), children[p]);
+    const testing_support::exit_status status = children[p]->wait();
     if (p < kKilled) {
-      EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "process " << p;
+      EXPECT_TRUE(!status.exited && status.signal == SIGKILL) << "process " << p;
     } else {
-      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "process " << p;
+      EXPECT_TRUE(status.exited && status.code == 0) << "process " << p;
     }
   }
   std::set<unsigned long long> all;
@@ -200,16 +191,10 @@ TEST(DistinctValueChild, TakesOneNumber) {
 TEST(DistinctValue, ALaterProcessContinuesTheCount) {
   const unsigned long long before = distinct_value::get();
   const std::string out = testing::TempDir() + "distinct-child";
-  const pid_t child = fork();
-  ASSERT_NE(child, -1);
-  if (child == 0) {
-    setenv("TVBASE_DISTINCT_CHILD_OUT", out.c_str(), 1);
-    execl(FORM_TEST_PROGRAM, "child", "--gtest_filter=DistinctValueChild.TakesOneNumber", nullptr);
-    _exit(127);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  testing_support::program child(
+      {FORM_TEST_PROGRAM, "--gtest_filter=DistinctValueChild.TakesOneNumber"},
+      {{"TVBASE_DISTINCT_CHILD_OUT", out}});
+  ASSERT_EQ(child.finish(), 0) << child.out() << child.err();
   unsigned long long taken = 0;
   std::ifstream(out) >> taken;
   std::remove(out.c_str());
@@ -223,11 +208,25 @@ TEST(DistinctValueDeathTest, WrapEndsTheProcessWithTheAbortSignal) {
       {
         // Drive the counter to its last number through the shared block.
         frame::distinct_counter(*TvGetSharedData()).store(ULLONG_MAX - 1);
-        if (distinct_value::get() != ULLONG_MAX) _exit(5);
+        if (distinct_value::get() != ULLONG_MAX) std::exit(5);
         distinct_value::get();
-        _exit(6);
+        std::exit(6);
       },
       testing::KilledBySignal(SIGABRT), "");
+}
+
+// Where the host ignores the abort signal, the wrap still ends the process,
+// with status 3, rather than handing out 0 and counting on.
+TEST(DistinctValueDeathTest, WrapEndsTheProcessWithStatus3WhenAbortIsIgnored) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        std::signal(SIGABRT, SIG_IGN);
+        frame::distinct_counter(*TvGetSharedData()).store(ULLONG_MAX);
+        distinct_value::get();
+        std::exit(6);
+      },
+      testing::ExitedWithCode(3), "");
 }
 
 }  // namespace

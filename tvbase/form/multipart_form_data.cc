@@ -1,7 +1,6 @@
 #include <tvbase/form/multipart_form_data.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -13,40 +12,18 @@ namespace {
 constexpr std::string_view kBoundaryPrefix = "Tarvelo-Client-App-";
 constexpr std::size_t kPopulated = std::size_t{64} << 10;   // worth one call instead of faults
 constexpr std::size_t kLargeBuffer = std::size_t{4} << 20;  // worth large pages
-constexpr std::size_t kCopyChunk = std::size_t{2} << 20;
 
-// Moves `from` into a new buffer of `capacity` bytes. A large old buffer's
-// pages change place where the system allows it, which costs no copy;
-// elsewhere it is copied a slice at a time, and each copied slice's memory
-// goes back to the system at once, so that old and new together hold little
-// more than the bytes themselves. The new buffer's pages are made present a
-// slice at a time, and the rest of them at the end: one call per slice
-// instead of a page fault per page.
-std::vector<unsigned char> regrow(std::vector<unsigned char>& from, std::size_t capacity) {
+// Moves the body into a new buffer of `capacity` bytes: one copy, while both
+// buffers are held. The new buffer's pages are made present in one call
+// before the copy fills them, rather than a page fault at a time; both calls
+// are hints about memory the new buffer owns, and change nothing else.
+void regrow(std::vector<unsigned char>& body, std::size_t capacity) {
   std::vector<unsigned char> grown;
   grown.reserve(capacity);
-  const bool populate = capacity >= kPopulated;
   if (capacity >= kLargeBuffer) platform::prefer_large_pages(grown.data(), capacity);
-  if (from.size() >= kLargeBuffer && platform::move_pages(grown.data(), from.data(), from.size())) {
-    // The bytes are in place already. Inserting them from where they lie
-    // gives the vector its size; a copy onto itself changes nothing.
-    grown.insert(grown.end(), grown.data(), grown.data() + from.size());
-  } else {
-    const auto start = reinterpret_cast<std::uintptr_t>(from.data());
-    for (std::size_t done = 0; done < from.size();) {
-      // Slices end on large-page boundaries of the old buffer, so that giving
-      // their memory back never splits a large page.
-      const std::size_t to_boundary = kCopyChunk - (start + done) % kCopyChunk;
-      const std::size_t slice = std::min(to_boundary, from.size() - done);
-      if (populate) platform::populate_pages(grown.data() + done, slice);
-      grown.insert(grown.end(), from.begin() + static_cast<std::ptrdiff_t>(done),
-                   from.begin() + static_cast<std::ptrdiff_t>(done + slice));
-      if (from.size() >= kLargeBuffer) platform::release_pages(from.data() + done, slice);
-      done += slice;
-    }
-  }
-  if (populate) platform::populate_pages(grown.data() + from.size(), capacity - from.size());
-  return grown;
+  if (capacity >= kPopulated) platform::populate_pages(grown.data(), capacity);
+  grown.assign(body.begin(), body.end());
+  body.swap(grown);
 }
 
 }  // namespace
@@ -66,7 +43,7 @@ void multipart_form_data::append_data(const unsigned char* data, unsigned int si
   const std::size_t needed = body.size() + size;
   if (body.capacity() < needed) {
     const std::size_t grown = std::max(needed, body.capacity() + body.capacity() / 10);
-    body = regrow(body, (grown + 1023) / 1024 * 1024);
+    regrow(body, (grown + 1023) / 1024 * 1024);
   }
   body.insert(body.end(), data, data + size);
 }

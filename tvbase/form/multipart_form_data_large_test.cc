@@ -73,9 +73,9 @@ TEST(MultipartFormDataLarge, TakesTenMegabytePartsAndManySmallOnes) {
   }
 }
 
-// A body grown from 1 MB parts to 48 MB, whose pages all differ: wherever
-// the buffer's pages change place while it grows, each byte ends where it was
-// written. Twice, as the allocator hands out the later buffers from elsewhere.
+// A body grown from 1 MB parts to 48 MB, whose pages all differ: through
+// every move into a larger buffer, each byte ends where it was written.
+// Twice, as the allocator hands out the later buffers from elsewhere.
 TEST(MultipartFormDataLarge, KeepsEveryByteInPlaceWhileGrowing) {
   constexpr unsigned kParts = 48;
   std::vector<std::string> parts(kParts, std::string(std::size_t{1} << 20, '\0'));

@@ -2,27 +2,31 @@
 #define TVBASE_FRAME_SHARED_DATA_H
 
 // The one block of memory that every process with the library loaded sees at
-// the same content: the shared log configuration, its set flag, the lock word
-// that guards both, and the distinct counter. It is zero-filled when the first
-// process maps it and its content is gone when the last one lets go (see
-// <tvbase/platform/shared_memory.h> for how that survives crashed processes).
+// the same content: the shared log configuration record, its set flag, the
+// lock word that guards both, and the distinct counter. It is zero-filled
+// when the first process maps it and its content is gone when the last one
+// lets go (see <tvbase/platform/shared_memory.h> for how that survives
+// crashed processes).
 //
+// The block is a plain layout. frame keeps the 4,880 bytes of the log
+// configuration as raw storage and never looks inside them: the call trace
+// gives them their meaning (trace::SharedLogCfg, in the trace's log_cfg.h).
 // The lock word and the counter are changed only through atomic operations
 // on the mapped memory, which are correct across processes:
 //
 //   TvSharedData& shared = *TvGetSharedData();
 //   frame::acquire_lock(shared);   // sleeps 100 ms between attempts
-//   ... read or write shared.logCfg and shared.cfgSet ...
+//   ... read or write the record's bytes and shared.cfgSet ...
 //   frame::release_lock(shared);
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 
-#include <tvbase/trace/log_cfg.h>
-
 struct TvSharedData {
-  TvLogCfg logCfg;                // valid only while cfgSet is non-zero
+  // The log configuration record, as raw bytes; an array of unsigned char
+  // provides storage for the record that the trace reads and writes there.
+  alignas(std::uint64_t) unsigned char logCfg[4880];
   std::uint32_t cfgSet;           // non-zero: logCfg was set by SetSharedLogCfg
   std::uint32_t lock;             // 0 free, 1 held; no owner record
   std::uint64_t distinctCounter;  // the last distinct value handed out

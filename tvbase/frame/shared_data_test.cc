@@ -1,40 +1,27 @@
 #include <tvbase/frame/shared_data.h>
 
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include <tvbase/platform/process.h>
 #include <tvbase/platform/shared_memory.h>
+#include <tvbase/testing/processes.h>
 
 namespace {
 
 // A block name of this test process's own, apart from the library's block.
 std::string scratch_name(const char* what) {
-  return "/tvbase-scratch-" + std::to_string(::getpid()) + "-" + what;
+  return "/tvbase-scratch-" + std::to_string(platform::process_id()) + "-" + what;
 }
 
-bool object_exists(const std::string& name) {
-  struct stat info {};
-  return ::stat(("/dev/shm" + name).c_str(), &info) == 0;
-}
+bool object_exists(const std::string& name) { return std::filesystem::exists("/dev/shm" + name); }
 
-// Runs `body` in a child process and gives its exit status, or -1 if it
-// didn't exit normally.
-template <typename Body>
-int in_child(Body body) {
-  const pid_t pid = ::fork();
-  if (pid == 0) ::_exit(body());
-  int status = 0;
-  if (pid < 0 || ::waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
-}
+using testing_support::in_child;
 
 struct mapping {
   explicit mapping(const std::string& name, std::size_t size = 4096)
@@ -73,14 +60,12 @@ TEST(SharedData, FallsBackToAPrivateBlockOutsideLoad) {
 
 TEST(SharedMemory, IsCreatedZeroFilledForEveryUser) {
   const std::string name = scratch_name("mode");
-  const mode_t old_mask = ::umask(077);
+  const unsigned old_mask = testing_support::set_umask(077);
   mapping block(name);
-  ::umask(old_mask);
+  testing_support::set_umask(old_mask);
   ASSERT_NE(block.bytes(), nullptr);
   for (std::size_t i = 0; i < 4096; ++i) ASSERT_EQ(block.bytes()[i], 0) << i;
-  struct stat info {};
-  ASSERT_EQ(::stat(("/dev/shm" + name).c_str(), &info), 0);
-  EXPECT_EQ(info.st_mode & 0777, 0666u);
+  EXPECT_EQ(testing_support::file_mode("/dev/shm" + name), 0666);
 }
 
 TEST(SharedMemory, LastHolderRemovesTheObject) {
@@ -225,11 +210,10 @@ TEST(SharedCounter, CountsAcrossProcesses) {
     return 0;
   };
   const std::uint64_t start = frame::distinct_counter(data).load();
-  const pid_t pid = ::fork();
-  if (pid == 0) ::_exit(count());
+  testing_support::forked_child child(count);
+  ASSERT_TRUE(child.started());
   count();
-  int status = 0;
-  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  EXPECT_EQ(child.wait().code, 0);
   EXPECT_EQ(frame::distinct_counter(data).load(), start + 2 * kEach);
 }
 

@@ -1,65 +1,43 @@
 #ifndef TVBASE_FRAME_THREAD_SLOT_H
 #define TVBASE_FRAME_THREAD_SLOT_H
 
-// The thread slot: one value per thread, 0 while the thread has no trace
-// state, 1 once making it failed (the thread then never traces), else the
-// address of the thread's TvLogThreadState. A thread's state is released when
-// the thread ends (a pthread key's destructor) and, for the thread that
-// unloads the library, at unload; states of other threads still alive then
-// are left alone.
-
-#include <cstdint>
-
-#include <tvbase/platform/thread_slot.h>
-
-struct TvLogThreadState;
+// The thread slot: one value per thread, for the one owner that the library
+// gives it (the call trace keeps its per-thread state there). The slot
+// stores and hands back the value and knows nothing of what it means: null
+// is "nothing yet", any other value is the owner's. When a thread ends with
+// a value that is not null, the owner's hook runs on that thread with the
+// value, after the slot was set back to null; at unload the unloading thread
+// releases its own value the same way. Values of threads still alive at
+// unload are left alone.
+//
+//   frame::build_thread_slot(on_thread_end);      // load, before any use
+//   if (frame::thread_slot_value() == nullptr) frame::set_thread_slot_value(state);
+//   frame::release_thread_slot_value();           // unload, this thread's value
+//   frame::take_down_thread_slot();               // unload, after every user
 
 namespace frame {
 
-// The marker value for "no state on this thread, and none will be made".
-inline void* const kNoThreadState = reinterpret_cast<void*>(std::uintptr_t{1});
+// Runs on an ending thread with its value, which is never null.
+using thread_end_hook = void (*)(void* value);
 
 // Load and unload. The slot is built first and taken down last. Building
 // only records a failure: on Linux a load can't be refused from the library's
-// initialisation, so without a slot the library stays loaded and no thread
-// ever traces.
-void build_thread_slot() noexcept;
+// initialisation, so without a slot the library stays loaded and nothing is
+// stored per thread. `on_thread_end` is the owner's, fixed for the slot's
+// life.
+void build_thread_slot(thread_end_hook on_thread_end) noexcept;
 void take_down_thread_slot() noexcept;
-bool thread_slot_valid() noexcept;
+[[nodiscard]] bool thread_slot_valid() noexcept;
 
-// The calling thread's state once it was made: a cache of the slot's value,
-// so that a traced call costs one thread-local read. Cleared wherever the
-// slot's value is released or replaced.
-// (A function-local static, so that no TLS wrapper stands in front of it.
-// Initial-exec, so that reading it is one instruction; a library loaded
-// late with dlopen takes its 8 bytes from the static TLS that glibc keeps
-// in reserve for that.)
-inline TvLogThreadState*& cached_thread_state() noexcept {
-  [[gnu::tls_model("initial-exec")]] static thread_local constinit TvLogThreadState* state =
-      nullptr;
-  return state;
-}
+// This thread's value; null if none was stored or there is no slot.
+[[nodiscard]] void* thread_slot_value() noexcept;
 
-// The slow path of thread_state(): reads the slot, and makes the state if
-// the value is 0.
-[[gnu::cold]] TvLogThreadState* find_thread_state() noexcept;
-
-// This thread's state, made on first use; null if the slot is invalid or
-// the state could not be made, now or before.
-inline TvLogThreadState* thread_state() noexcept {
-  TvLogThreadState* state = cached_thread_state();
-  return state != nullptr ? state : find_thread_state();
-}
-
-// Releases this thread's value: frees the state if there is one, and sets
-// the value back to 0 in every case.
-void release_thread_state() noexcept;
-
-// For tests: stores a raw slot value for this thread, and counts the states
-// that are alive in the process.
+// Stores this thread's value; does nothing if there is no slot.
 void set_thread_slot_value(void* value) noexcept;
-void* thread_slot_value() noexcept;
-long live_thread_states() noexcept;
+
+// Releases this thread's value: sets it back to null and, if it was not
+// null, hands it to the owner's hook, as when the thread ends.
+void release_thread_slot_value() noexcept;
 
 }  // namespace frame
 

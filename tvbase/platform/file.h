@@ -5,6 +5,8 @@
 // are ints; -1 stands for none. Error codes are the system's (errno).
 
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 namespace platform {
 
@@ -31,6 +33,13 @@ bool remove_file(const char* path) noexcept;
 // number read, which is less than `size` only at the file's end, or -1 if
 // the file can't be opened or read.
 long read_file_start(const char* path, void* out, std::size_t size) noexcept;
+
+// Reads the whole of the regular file at `path` into `out`. False if `path`
+// is null, the file can't be opened, is no regular file (a folder, a device)
+// or holds more than `limit` bytes. A file that shrinks while it is read, or
+// a read that fails part way, gives the bytes read so far. Where memory runs
+// out this throws std::bad_alloc, having closed the file.
+bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out);
 
 // Creates or replaces the file at `path` with the `size` bytes at `data`.
 // Gives 0, or the system's error code of the create or the write that

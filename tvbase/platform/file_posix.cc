@@ -1,6 +1,7 @@
 #include <tvbase/platform/file.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -76,6 +77,33 @@ long read_file_start(const char* path, void* out, std::size_t size) noexcept {
   }
   ::close(fd);
   return static_cast<long>(done);
+}
+
+bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out) {
+  if (path == nullptr) return false;
+  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC, 0);
+  if (fd < 0) return false;
+  struct stat st;
+  const bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
+                  static_cast<std::uint64_t>(st.st_size) <= limit;
+  if (ok) {
+    try {
+      out.resize(static_cast<std::size_t>(st.st_size));
+    } catch (...) {
+      ::close(fd);
+      throw;
+    }
+    std::size_t done = 0;
+    while (done < out.size()) {
+      const ssize_t n = ::read(fd, out.data() + done, out.size() - done);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) break;
+      done += static_cast<std::size_t>(n);
+    }
+    out.resize(done);
+  }
+  ::close(fd);
+  return ok;
 }
 
 unsigned long write_whole_file(const char* path, const void* data, std::size_t size) noexcept {

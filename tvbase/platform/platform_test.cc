@@ -5,14 +5,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include <tvbase/platform/memory_advice.h>
 #include <tvbase/platform/ole_time.h>
 #include <tvbase/platform/readable_memory.h>
 
@@ -122,96 +120,6 @@ TEST(ReadableMemory, AForkedChildAsksAboutItsOwnMemory) {
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-}
-
-// Moving a buffer's pages: the target gets the bytes either way; the kernel
-// moves the whole pages only where both lie alike within a page in private
-// anonymous memory, and the source reads as zeros where they left.
-TEST(MovePages, MovesWholePagesOfPrivateAnonymousMemoryOnly) {
-  const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  // Whether this system moves pages at all (a memory checker's may not); if
-  // not, the bytes are copied instead and the source keeps them.
-  const bool system_moves = [&] {
-    void* map = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (map == MAP_FAILED) return false;
-    auto* base = static_cast<char*>(map);
-    const bool moves = mremap(base, page, page, MREMAP_MAYMOVE | MREMAP_FIXED | MREMAP_DONTUNMAP,
-                              base + page) != MAP_FAILED;
-    munmap(map, 2 * page);
-    return moves;
-  }();
-  const std::size_t span = 64 * page;
-  auto anonymous = [&](int sharing) {
-    void* map = mmap(nullptr, span, PROT_READ | PROT_WRITE, sharing | MAP_ANONYMOUS, -1, 0);
-    return map == MAP_FAILED ? nullptr : static_cast<unsigned char*>(map);
-  };
-  auto file_backed = [&] {
-    FILE* file = tmpfile();
-    if (file == nullptr) return static_cast<unsigned char*>(nullptr);
-    const bool sized = ftruncate(fileno(file), static_cast<off_t>(span)) == 0;
-    void* map = sized ? mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE, fileno(file), 0)
-                      : MAP_FAILED;
-    fclose(file);
-    return map == MAP_FAILED ? nullptr : static_cast<unsigned char*>(map);
-  };
-  struct row {
-    const char* what;
-    std::function<unsigned char*()> source_map;
-    std::size_t from, to, size;                   // offsets into the two mappings, and the length
-    std::function<void(unsigned char*)> prepare;  // of the source mapping
-    bool moves;
-  };
-  const row rows[] = {
-      {"alike within a page", [&] { return anonymous(MAP_PRIVATE); }, 100, 2 * page + 100,
-       20 * page + 7, nullptr, true},
-      {"page-aligned, whole pages only", [&] { return anonymous(MAP_PRIVATE); }, page, 3 * page,
-       8 * page, nullptr, true},
-      {"a source of two mappings", [&] { return anonymous(MAP_PRIVATE); }, 100, 100, 40 * page,
-       [&](unsigned char* map) {
-         ASSERT_EQ(madvise(map + 10 * page, 10 * page, MADV_DONTFORK), 0);
-       },
-       true},
-      {"elsewhere within a page", [&] { return anonymous(MAP_PRIVATE); }, 100, 2 * page + 116,
-       20 * page, nullptr, false},
-      {"shared memory", [&] { return anonymous(MAP_SHARED); }, 100, 100, 20 * page, nullptr, false},
-      {"a file's pages", file_backed, 100, 100, 20 * page, nullptr, false},
-      {"less than a whole page", [&] { return anonymous(MAP_PRIVATE); }, 100, 100, page, nullptr,
-       false},
-  };
-  for (const row& r : rows) {
-    SCOPED_TRACE(r.what);
-    unsigned char* const source = r.source_map();
-    unsigned char* const target = anonymous(MAP_PRIVATE);
-    ASSERT_NE(source, nullptr);
-    ASSERT_NE(target, nullptr);
-    if (r.prepare) r.prepare(source);
-    std::vector<unsigned char> bytes(r.size);
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-      bytes[i] = static_cast<unsigned char>(i * 7 + i / page);
-    std::memcpy(source + r.from, bytes.data(), bytes.size());
-    std::memset(target, 0xEE, span);
-
-    const bool moved = platform::move_pages(target + r.to, source + r.from, r.size);
-    EXPECT_EQ(moved, r.moves);
-    if (moved) {
-      EXPECT_EQ(std::memcmp(target + r.to, bytes.data(), r.size), 0)
-          << "the target holds the bytes";
-      EXPECT_EQ(target[r.to - 1], 0xEE) << "nothing before the target";
-      EXPECT_EQ(target[r.to + r.size], 0xEE) << "nothing after it";
-      const std::size_t first_whole = (r.from + page - 1) / page * page;
-      if (system_moves) {
-        EXPECT_EQ(source[first_whole], 0) << "the source's pages left";
-      }
-      if (r.from % page != 0) {
-        EXPECT_EQ(source[r.from], bytes[0]) << "a partial page stays";
-      }
-    } else {
-      EXPECT_EQ(std::memcmp(source + r.from, bytes.data(), r.size), 0) << "the source as it was";
-      EXPECT_EQ(target[r.to], 0xEE) << "the target as it was";
-    }
-    munmap(source, span);
-    munmap(target, span);
-  }
 }
 
 TEST(OleTime, ConvertsAutomationDates) {

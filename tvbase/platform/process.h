@@ -40,6 +40,11 @@ bool current_activation_context(std::uint32_t& out) noexcept;
 // every thread, or fail when `fails` is set.
 void set_activation_context_stand_in(std::uint32_t value, bool fails) noexcept;
 
+// Ends the process with the abort signal and, should that return (a handler
+// caught it, or it is ignored), at once with `status`, running no exit
+// handlers and flushing nothing.
+[[noreturn]] void abort_then_exit(int status) noexcept;
+
 }  // namespace platform
 
 #endif  // TVBASE_PLATFORM_PROCESS_H

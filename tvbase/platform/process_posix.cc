@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstring>
 
 namespace platform {
@@ -87,6 +88,11 @@ bool current_activation_context(std::uint32_t& out) noexcept {
 void set_activation_context_stand_in(std::uint32_t value, bool fails) noexcept {
   g_activation_context.store((fails ? std::uint64_t{1} << 32 : 0) | value,
                              std::memory_order_relaxed);
+}
+
+void abort_then_exit(int status) noexcept {
+  std::raise(SIGABRT);
+  ::_exit(status);
 }
 
 }  // namespace platform

@@ -1,7 +1,8 @@
 #ifndef TVBASE_PLATFORM_WIN_TYPES_H
 #define TVBASE_PLATFORM_WIN_TYPES_H
 
-// The Windows types that the library's interfaces take: the structures that
+// The Windows types that the library's interfaces take: the icon handle of
+// <tvbase/system/gdi.h> (HICON, at the end) and the structures that
 // the trace can show as typed parameters (see <tvbase/trace/func_log.h>).
 // They live in namespace `win` on every system:
 //
@@ -123,9 +124,17 @@ static_assert(sizeof(CREATESTRUCTA) == (sizeof(void*) == 8 ? 80 : 48));
 
 #endif
 
-// HICON: the icon handle that TvGdi hands out is declared with TvGdi in
-// <tvbase/system/gdi.h>, as a handle of the library's own. Should it ever be
-// offered under its Windows name, it belongs here, beside the types above.
+// HICON: the icon handle that TvGdi hands out (<tvbase/system/gdi.h>). Where
+// the system has icon objects it is the system's own handle; elsewhere it
+// points at an object of the library's own that callers never look inside:
+// they hold it, compare it with null, pass it back and free it with
+// TvGdi::DestroyIcon.
+#if defined(_WIN32)
+using ::HICON;
+#else
+struct HICON__;
+using HICON = HICON__*;
+#endif
 
 }  // namespace win
 

@@ -1,10 +1,5 @@
 #include <tvbase/system/dir_walk.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -12,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -20,6 +16,7 @@
 
 #include <tvbase/platform/dir_list.h>
 #include <tvbase/testing/exact_buffer.h>
+#include <tvbase/testing/processes.h>
 
 namespace {
 
@@ -359,13 +356,7 @@ TEST(DirWalk, UnlistableFolderEndsTheWalk) {
   tree.add({"a/locked/inner", "a/file", "b/"});
   fs::permissions(tree.root() / "a/locked", fs::perms::none);
   // Root lists any folder, so the walk runs in a child that gave up root.
-  int pipe_fds[2];
-  ASSERT_EQ(pipe(pipe_fds), 0);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    close(pipe_fds[0]);
-    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(3);
+  const std::optional<std::string> got = testing_support::as_other_user([&] {
     recorder rec;
     dir_walk walker;
     walker.set_sort_folders(dir_walk::folder_sort::by_folded_name);
@@ -373,24 +364,13 @@ TEST(DirWalk, UnlistableFolderEndsTheWalk) {
     std::string out =
         std::to_string(static_cast<int>(r)) + " " + std::to_string(walker.last_error());
     for (const std::string& c : sorted(rec.calls)) out += "|" + c;
-    const bool ok = write(pipe_fds[1], out.data(), out.size()) == static_cast<ssize_t>(out.size());
-    _exit(ok ? 0 : 4);
-  }
-  close(pipe_fds[1]);
-  std::string got;
-  char buffer[512];
-  for (ssize_t n; (n = read(pipe_fds[0], buffer, sizeof buffer)) > 0;)
-    got.append(buffer, static_cast<std::size_t>(n));
-  close(pipe_fds[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFEXITED(status));
-  if (WEXITSTATUS(status) == 3) GTEST_SKIP() << "could not drop root to make a folder unlistable";
-  ASSERT_EQ(WEXITSTATUS(status), 0);
+    return out;
+  });
+  if (!got) GTEST_SKIP() << "could not drop root to make a folder unlistable";
   // Breadth-first and sorted: "", a/, b/, a/locked/ - everything up to the
   // locked folder was reported, and nothing after it.
-  EXPECT_EQ(got, std::to_string(static_cast<int>(dir_walk::result::list_failed)) + " " +
-                     std::to_string(EACCES) + "|d a|d a/locked|d b|f a/file");
+  EXPECT_EQ(*got, std::to_string(static_cast<int>(dir_walk::result::list_failed)) + " " +
+                      std::to_string(EACCES) + "|d a|d a/locked|d b|f a/file");
 }
 
 TEST(DirWalk, NeverFollowsLinksToFolders) {

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include <tvbase/platform/icon.h>
+#include <tvbase/system/icon_source.h>
 
 namespace {
 
@@ -20,27 +20,27 @@ std::string_view strip(std::string_view text) {
 
 // Opens and closes a module as data.
 struct module_closer {
-  void operator()(platform::module* m) const noexcept { platform::free_module(m); }
+  void operator()(gdi::module* m) const noexcept { gdi::free_module(m); }
 };
 
 }  // namespace
 
 bool TvGdi::GetIconSize(HICON icon, SIZE& size) {
-  platform::bitmap* colour = nullptr;
-  platform::bitmap* mask = nullptr;
-  if (!platform::get_icon_info(icon, colour, mask)) return false;
+  gdi::bitmap* colour = nullptr;
+  gdi::bitmap* mask = nullptr;
+  if (!gdi::get_icon_info(icon, colour, mask)) return false;
   bool result = false;
   if (colour != nullptr) {
     int width = 0;
     int height = 0;
-    if (platform::get_bitmap_size(colour, width, height)) {
+    if (gdi::get_bitmap_size(colour, width, height)) {
       size.cx = width;
       size.cy = height;
       result = true;
     }
-    platform::delete_bitmap(colour);
+    gdi::delete_bitmap(colour);
   }
-  if (mask != nullptr) platform::delete_bitmap(mask);
+  if (mask != nullptr) gdi::delete_bitmap(mask);
   return result;
 }
 
@@ -57,40 +57,32 @@ void TvGdi::LoadIcons(const char* source, IconData* icons, int count) {
   const char* separator = std::strchr(source, ';');
   if (separator == nullptr) {
     for (int i = 0; i < count; ++i) {
-      icons[i].icon = platform::load_icon_file(source, icons[i].width, icons[i].height);
+      icons[i].icon = gdi::load_icon_file(source, icons[i].width, icons[i].height);
     }
     return;
   }
   const std::string_view module_text = strip(std::string_view(source, separator));
   if (module_text.size() > kMaxPart) return;
-  const std::unique_ptr<platform::module, module_closer> module(
-      platform::load_module_as_data(std::string(module_text).c_str()));
+  const std::unique_ptr<gdi::module, module_closer> module(
+      gdi::load_module_as_data(std::string(module_text).c_str()));
   if (!module) return;
   const std::string_view resource = strip(separator + 1);
   if (resource.size() > kMaxPart) return;
   unsigned long number = 0;
   const auto [end, error] =
       std::from_chars(resource.data(), resource.data() + resource.size(), number);
-  platform::resource_ref group{0, resource};
+  gdi::resource_ref group{0, resource};
   if (error == std::errc() && end == resource.data() + resource.size() && number >= 1 &&
       number <= 65535) {
     group.id = static_cast<std::uint16_t>(number);
   }
   for (int i = 0; i < count; ++i) {
-    icons[i].icon =
-        platform::load_icon_resource(module.get(), group, icons[i].width, icons[i].height);
+    icons[i].icon = gdi::load_icon_resource(module.get(), group, icons[i].width, icons[i].height);
   }
 }
 
-void TvGdi::DestroyIcon(HICON icon) { platform::destroy_icon(icon); }
+void TvGdi::DestroyIcon(HICON icon) { gdi::destroy_icon(icon); }
 
 bool TvGdi::GetIconPixels(HICON icon, IconPixels& pixels) {
-  if (icon == nullptr) return false;
-  pixels.Width = icon->width;
-  pixels.Height = icon->height;
-  pixels.Format =
-      icon->format == platform::icon_format::png ? PixelFormat::Png : PixelFormat::Bgra32;
-  pixels.Data = icon->pixels.data();
-  pixels.Size = icon->pixels.size();
-  return true;
+  return gdi::get_icon_pixels(icon, pixels);
 }

@@ -2,14 +2,11 @@
 #define TVBASE_SYSTEM_GDI_H
 
 #include <tvbase/export.h>
+#include <tvbase/platform/win_types.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-
-namespace platform {
-struct icon;
-}
 
 // Loads icons, in several sizes at once, from a source text, and tells an
 // icon's size. A source is either the path of an icon file (a text with no
@@ -36,7 +33,7 @@ struct icon;
 //   for (auto& s : sizes) TvGdi::DestroyIcon(s.icon);
 class TVBASE_EXPORT TvGdi {
  public:
-  using HICON = platform::icon*;
+  using HICON = win::HICON;
 
   struct SIZE {
     long cx;
@@ -68,7 +65,7 @@ class TVBASE_EXPORT TvGdi {
     void operator()(HICON icon) const noexcept { DestroyIcon(icon); }
   };
   // An icon that releases itself.
-  using IconPtr = std::unique_ptr<platform::icon, IconDeleter>;
+  using IconPtr = std::unique_ptr<win::HICON__, IconDeleter>;
 
   // The size of the icon's colour image. False, leaving `size` alone, for a
   // null icon or a monochrome one (which has a mask image only).

@@ -6,7 +6,6 @@
 #include <exception>
 
 #include <tvbase/frame/shared_data.h>
-#include <tvbase/frame/thread_slot.h>
 #include <tvbase/platform/file.h>
 #include <tvbase/platform/process.h>
 #include <tvbase/trace/log_cfg.h>
@@ -104,7 +103,7 @@ void append_head(TvLogThreadState& s, int indent_depth, const char* name) {
 
 bool enabled(const TvLogThreadState* state, std::uint8_t filter) {
   if (state == nullptr) return false;
-  const TvLogSink& sink = trace::log_sink();
+  const TvLogSink& sink = trace::LogSink();
   return sink.file >= 0 && sink.enabled[filter == TvFuncLog::eLogFilter1 ? 1 : 0];
 }
 
@@ -125,11 +124,11 @@ bool TvFuncLog::EnterFunc(const char* name, eLogFilter filter) noexcept {
 }
 
 inline bool TvFuncLog::Enter(const char* name, std::uint8_t filter) noexcept {
-  state_ = frame::thread_state();
+  state_ = trace::ThreadState();
   if (state_ == nullptr) return false;
   name_ = name;
   filter_ = filter;
-  const TvLogSink& sink = trace::log_sink();
+  const TvLogSink& sink = trace::LogSink();
   if (sink.actCtx) actCtx_ = current_context();
   ++state_->depth;
   return sink.file >= 0 && sink.enabled[filter == eLogFilter1 ? 1 : 0];
@@ -139,7 +138,7 @@ void TvFuncLog::ExitFunc() noexcept {
   if (state_ == nullptr) return;
   if (enabled(state_, filter_)) {
     const std::uint32_t kept = actCtx_;
-    if (trace::log_sink().actCtx) actCtx_ = current_context();
+    if (trace::LogSink().actCtx) actCtx_ = current_context();
     WriteLogStart();
     WriteAppend(" return");
     if (kept != actCtx_) WriteAppend(" !!! Activation context has changed !!!");
@@ -178,7 +177,7 @@ void TvFuncLog::WriteLogStart() const noexcept {
   s.length = 0;
   s.line[0] = 0;
   s.parmCount = -1;
-  if (trace::log_sink().actCtx) {
+  if (trace::LogSink().actCtx) {
     char prefix[16] = {'('};
     char* end = put_hex8(prefix + 1, actCtx_);
     *end++ = ')';
@@ -205,7 +204,7 @@ void TvFuncLog::WriteLogEnd() const noexcept {
     s.parmCount = -1;
     WriteAppend(" )");
   }
-  trace::log_sink().Write(s.line, s.length);
+  trace::LogSink().Write(s.line, s.length);
   s.length = 0;
   s.line[0] = 0;
   s.precheckCount = 0;
@@ -258,8 +257,8 @@ bool TvFuncLog::SaveLogCfg(const char* path, const char* logFolder, bool deleteO
                            const char* options, bool filter0, bool filter1,
                            unsigned long* error) noexcept {
   TvLogCfg cfg{};
-  const trace::log_cfg_fields fields{logFolder, deleteOnClose, debugEcho, programs,
-                                     users,     options,       filter0,   filter1};
+  const trace::LogCfgFields fields{logFolder, deleteOnClose, debugEcho, programs,
+                                   users,     options,       filter0,   filter1};
   unsigned long code = trace::kErrorTooLong;
   const bool fits = trace::FillLogCfg(cfg, fields);
   if (fits) code = platform::write_whole_file(path != nullptr ? path : "", &cfg, sizeof cfg);
@@ -270,8 +269,8 @@ bool TvFuncLog::SaveLogCfg(const char* path, const char* logFolder, bool deleteO
 bool TvFuncLog::SetSharedLogCfg(const char* logFolder, bool deleteOnClose, bool debugEcho,
                                 const char* programs, const char* users, const char* options,
                                 bool filter0, bool filter1) noexcept {
-  const trace::log_cfg_fields fields{logFolder, deleteOnClose, debugEcho, programs,
-                                     users,     options,       filter0,   filter1};
+  const trace::LogCfgFields fields{logFolder, deleteOnClose, debugEcho, programs,
+                                   users,     options,       filter0,   filter1};
   return trace::SetSharedLogCfg(*TvGetSharedData(), fields);
 }
 

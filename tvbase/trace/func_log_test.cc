@@ -1,9 +1,5 @@
 #include <tvbase/trace/func_log.h>
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -49,7 +45,7 @@ struct Pointer {
 };
 const TvFuncLog& operator<<(const TvFuncLog& log, const Pointer& p) {
   log.WriteAppend(p.prefix);
-  frame::thread_state()->glue = true;
+  trace::ThreadState()->glue = true;
   return log;
 }
 
@@ -63,15 +59,15 @@ class TraceTest : public ::testing::Test {
     sink_.file = platform::create_log_file(path_.c_str());
     ASSERT_GE(sink_.file, 0);
     sink_.enabled[0] = sink_.enabled[1] = true;
-    before_ = trace::use_sink(&sink_);
-    ASSERT_NE(frame::thread_state(), nullptr);
-    depth_ = frame::thread_state()->depth;
+    before_ = trace::UseSink(&sink_);
+    ASSERT_NE(trace::ThreadState(), nullptr);
+    depth_ = trace::ThreadState()->depth;
   }
   void TearDown() override {
-    trace::use_sink(before_);
+    trace::UseSink(before_);
     platform::close_file(sink_.file);
     platform::set_activation_context_stand_in(0, false);
-    EXPECT_EQ(frame::thread_state()->depth, depth_) << "depth not balanced";
+    EXPECT_EQ(trace::ThreadState()->depth, depth_) << "depth not balanced";
   }
 
   std::string text() const { return trace_test::read_file(path_); }
@@ -206,7 +202,7 @@ TEST_F(TraceTest, LineLayouts) {
     sink_.enabled[1] = row.enabled1;
     row.body();
     EXPECT_EQ(tails(), row.expected);
-    EXPECT_EQ(frame::thread_state()->depth, depth_);
+    EXPECT_EQ(trace::ThreadState()->depth, depth_);
   }
 }
 
@@ -259,7 +255,7 @@ TEST_F(TraceTest, DeepCallsDropTheHead) {
     ASSERT_EQ(::ftruncate(sink_.file, 0), 0);
     ASSERT_EQ(::lseek(sink_.file, 0, SEEK_SET), 0);
     TvFuncLog log("Deep");
-    TvLogThreadState& state = *frame::thread_state();
+    TvLogThreadState& state = *trace::ThreadState();
     const int kept = state.depth;
     state.depth = row.depth;  // head: 33 + 4 * depth + 4 of 8,191 characters
     log.WriteLine("tail");
@@ -311,23 +307,11 @@ TEST_F(TraceTest, ActivationContext) {
   }
 }
 
-// Runs `body` with standard error going to a file, and gives what it got.
-std::string capture_stderr(const std::string& path, const std::function<void()>& body) {
-  std::fflush(stderr);
-  const int saved = ::dup(2);
-  const int file = ::open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
-  ::dup2(file, 2);
-  ::close(file);
-  body();
-  ::dup2(saved, 2);
-  ::close(saved);
-  return trace_test::read_file(path);
-}
-
 TEST_F(TraceTest, DebugEcho) {
   const std::string echo_path = dir_.path() + "stderr";
   sink_.debugEcho = true;
-  const std::string echoed = capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); });
+  const std::string echoed =
+      testing_support::capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); });
   const std::vector<std::string> echo_lines = trace_test::split_lines(echoed, "\n");
   const std::vector<std::string> file_lines = trace_test::split_lines(text(), "\r\n");
   ASSERT_EQ(echo_lines.size(), 3u);
@@ -336,23 +320,23 @@ TEST_F(TraceTest, DebugEcho) {
 
   TvLogSink no_file = sink_;
   no_file.file = -1;
-  trace::use_sink(&no_file);
-  EXPECT_EQ(capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); }), "");
-  trace::use_sink(&sink_);
+  trace::UseSink(&no_file);
+  EXPECT_EQ(testing_support::capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); }), "");
+  trace::UseSink(&sink_);
 }
 
 TEST_F(TraceTest, WithoutAFileNothingIsWrittenButDepthIsKept) {
   TvLogSink no_file = sink_;
   no_file.file = -1;
-  trace::use_sink(&no_file);
+  trace::UseSink(&no_file);
   {
     TvFuncLog log("F");
     EXPECT_FALSE(log.IsEnabled());
-    EXPECT_EQ(frame::thread_state()->depth, depth_ + 1);
+    EXPECT_EQ(trace::ThreadState()->depth, depth_ + 1);
     log.WriteLine("formatted, not written");
-    EXPECT_EQ(frame::thread_state()->length, 0u);
+    EXPECT_EQ(trace::ThreadState()->length, 0u);
   }
-  trace::use_sink(&sink_);
+  trace::UseSink(&sink_);
   EXPECT_EQ(text(), "");
 }
 
@@ -363,7 +347,7 @@ TEST_F(TraceTest, AssignmentCopiesTheScope) {
     EXPECT_FALSE(second.IsEnabled());
     second = first;
     EXPECT_TRUE(second.IsEnabled());
-    frame::thread_state()->depth += 1;  // both end the scope
+    trace::ThreadState()->depth += 1;  // both end the scope
   }
   EXPECT_EQ(tails(), (std::vector<std::string>{" A(  )", "         A return", "     A return"}));
 }
@@ -397,58 +381,58 @@ TEST_F(TraceTest, NoAllocationAfterTheFirstCall) {
   } rows[] = {{"trace off", &off}, {"trace on", &sink_}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    trace::use_sink(row.sink);
+    trace::UseSink(row.sink);
     long states = -1, allocations = -1;
     std::thread([&] {
       { TvFuncLog first("First"); }  // makes the thread's state
-      states = frame::live_thread_states();
+      states = trace::LiveThreadStates();
       allocations = testing_support::allocations();
       for (int i = 0; i < 100; ++i) {
         TvFuncLog log("F", TvFuncLog::eLogFilter0, Number{i});
         log.WriteLineFormat("%d", i);
       }
-      states = frame::live_thread_states() - states;
+      states = trace::LiveThreadStates() - states;
       allocations = testing_support::allocations() - allocations;
     }).join();
     EXPECT_EQ(states, 0);
     EXPECT_EQ(allocations, 0);
   }
-  trace::use_sink(&sink_);
+  trace::UseSink(&sink_);
 }
 
 TEST(ThreadState, NeverTracedThreadHasNothingToFree) {
-  const long live = frame::live_thread_states();
+  const long live = trace::LiveThreadStates();
   void* seen = reinterpret_cast<void*>(7);
   std::thread([&] { seen = frame::thread_slot_value(); }).join();
   EXPECT_EQ(seen, nullptr);
-  EXPECT_EQ(frame::live_thread_states(), live);
+  EXPECT_EQ(trace::LiveThreadStates(), live);
 }
 
 TEST(ThreadState, IsFreedWhenItsThreadEnds) {
-  const long live = frame::live_thread_states();
+  const long live = trace::LiveThreadStates();
   long during = 0;
   std::thread([&] {
     TvFuncLog log("T");
-    during = frame::live_thread_states();
+    during = trace::LiveThreadStates();
   }).join();
   EXPECT_EQ(during, live + 1);
-  EXPECT_EQ(frame::live_thread_states(), live);
+  EXPECT_EQ(trace::LiveThreadStates(), live);
 }
 
 TEST(ThreadState, FailedAllocationMakesTheThreadInert) {
-  const long live = frame::live_thread_states();
+  const long live = trace::LiveThreadStates();
   bool enabled = true;
   void* slot = nullptr;
   std::thread([&] {
-    frame::set_thread_slot_value(frame::kNoThreadState);
+    frame::set_thread_slot_value(trace::kNoThreadState);
     TvFuncLog log("T");
     log.WriteLine("x");
     enabled = log.IsEnabled();
     slot = frame::thread_slot_value();
   }).join();
   EXPECT_FALSE(enabled);
-  EXPECT_EQ(slot, frame::kNoThreadState) << "not tried again";
-  EXPECT_EQ(frame::live_thread_states(), live);
+  EXPECT_EQ(slot, trace::kNoThreadState) << "not tried again";
+  EXPECT_EQ(trace::LiveThreadStates(), live);
 }
 
 // A sink built from a real configuration, as at load.
@@ -462,7 +446,7 @@ class SinkTest : public ::testing::Test {
     trace_test::write_file(dir_.path() + "TvLog.cfg",
                            std::string(reinterpret_cast<const char*>(&cfg), sizeof cfg));
   }
-  trace::activation_env env() {
+  trace::ActivationEnv env() {
     program_ = dir_.path() + "app";
     return {program_.c_str(), nullptr, platform::process_id(), fixed_time};
   }
@@ -481,17 +465,16 @@ TEST_F(SinkTest, DeleteOnClose) {
     SCOPED_TRACE(delete_on_close);
     configure(delete_on_close);
     TvLogSink sink;
-    sink.Build(shared_, env());
+    sink.Build(trace::DecideActivation(shared_, env()));
     ASSERT_GE(sink.file, 0);
     sink.Write("line", 4);
     EXPECT_EQ(trace_test::read_file(log_path()), "line\r\n");
     // A child made by fork() never deletes its parent's file.
-    const pid_t child = ::fork();
-    if (child == 0) {
-      sink.TakeDown();
-      ::_exit(0);
-    }
-    ::waitpid(child, nullptr, 0);
+    EXPECT_EQ(testing_support::in_child([&sink] {
+                sink.TakeDown();
+                return 0;
+              }),
+              0);
     EXPECT_TRUE(std::filesystem::exists(log_path()));
     sink.TakeDown();
     EXPECT_EQ(std::filesystem::exists(log_path()), !delete_on_close);
@@ -503,9 +486,11 @@ TEST_F(SinkTest, NeverWritesThroughASymbolicLink) {
   configure(false);
   const std::string target = dir_.path() + "target";
   trace_test::write_file(target, "precious");
-  ASSERT_EQ(::symlink(target.c_str(), log_path().c_str()), 0);
+  std::error_code error;
+  std::filesystem::create_symlink(target, log_path(), error);
+  ASSERT_FALSE(error) << error.message();
   TvLogSink sink;
-  sink.Build(shared_, env());
+  sink.Build(trace::DecideActivation(shared_, env()));
   EXPECT_EQ(sink.file, -1);
   sink.Write("line", 4);
   sink.TakeDown();
@@ -519,7 +504,7 @@ TEST_F(SinkTest, MissingLogFolderMeansNoFile) {
   trace_test::write_file(dir_.path() + "TvLog.cfg",
                          std::string(reinterpret_cast<const char*>(&cfg), sizeof cfg));
   TvLogSink sink;
-  sink.Build(shared_, env());
+  sink.Build(trace::DecideActivation(shared_, env()));
   EXPECT_EQ(sink.file, -1);
   sink.TakeDown();
 }

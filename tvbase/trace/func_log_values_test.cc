@@ -1,8 +1,5 @@
 #include <tvbase/trace/func_log.h>
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cinttypes>
 #include <climits>
@@ -37,18 +34,7 @@ std::string addr(const void* p) {
 }
 
 // A readable page followed by one that can't be read.
-struct guarded_page {
-  guarded_page() {
-    size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    base = static_cast<char*>(
-        mmap(nullptr, 2 * size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    mprotect(base + size, size, PROT_NONE);
-  }
-  ~guarded_page() { munmap(base, 2 * size); }
-  char* end() const { return base + size; }  // the first byte that can't be read
-  std::size_t size;
-  char* base;
-};
+using testing_support::guarded_page;
 
 class TraceValues : public testing::Test {
  protected:
@@ -57,10 +43,10 @@ class TraceValues : public testing::Test {
     sink_.file = platform::create_log_file(path_.c_str());
     ASSERT_GE(sink_.file, 0);
     sink_.enabled[0] = sink_.enabled[1] = true;
-    before_ = trace::use_sink(&sink_);
+    before_ = trace::UseSink(&sink_);
   }
   void TearDown() override {
-    trace::use_sink(before_);
+    trace::UseSink(before_);
     platform::close_file(sink_.file);
   }
 
@@ -273,7 +259,7 @@ TEST_F(TraceValues, ParametersAskedAboutTogether) {
   unended[0] = unended[1] = unended[2] = 'z';
   // A zero in the last readable byte, the text starting a page before.
   guarded_page full;
-  char* page_long = full.base;
+  char* page_long = full.base();
   std::fill(page_long, full.end() - 1, 'p');
   full.end()[-1] = '\0';
   static const std::string long_text =

@@ -3,10 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include <tvbase/frame/shared_data.h>
 #include <tvbase/platform/file.h>
 #include <tvbase/trace/crc.h>
-#include <tvbase/trace/log_sink.h>
 
 namespace trace {
 namespace {
@@ -61,7 +59,7 @@ bool flag(const bool& field) {
 
 }  // namespace
 
-const char* TooLongField(const log_cfg_fields& f) noexcept {
+const char* TooLongField(const LogCfgFields& f) noexcept {
   if (std::strlen(or_empty(f.logFolder)) >= sizeof TvLogCfg::logFolder) return "logFolder";
   if (std::strlen(or_empty(f.programs)) >= sizeof TvLogCfg::programs) return "programs";
   if (std::strlen(or_empty(f.users)) >= sizeof TvLogCfg::users) return "users";
@@ -69,7 +67,7 @@ const char* TooLongField(const log_cfg_fields& f) noexcept {
   return nullptr;
 }
 
-bool FillLogCfg(TvLogCfg& cfg, const log_cfg_fields& f) noexcept {
+bool FillLogCfg(TvLogCfg& cfg, const LogCfgFields& f) noexcept {
   if (TooLongField(f) != nullptr) return false;
   copy_field(cfg.logFolder, or_empty(f.logFolder));
   copy_field(cfg.programs, or_empty(f.programs));
@@ -109,10 +107,10 @@ bool ListContains(const char* list, const char* name, char separator) noexcept {
   return false;
 }
 
-bool SetSharedLogCfg(TvSharedData& shared, const log_cfg_fields& fields,
+bool SetSharedLogCfg(TvSharedData& shared, const LogCfgFields& fields,
                      void (*waiting)(unsigned)) noexcept {
   frame::acquire_lock(shared, waiting);
-  const bool filled = FillLogCfg(shared.logCfg, fields);
+  const bool filled = FillLogCfg(SharedLogCfg(shared), fields);
   if (filled) shared.cfgSet = 1;
   frame::release_lock(shared);
   return filled;
@@ -124,34 +122,35 @@ void ClearSharedLogCfg(TvSharedData& shared, void (*waiting)(unsigned)) noexcept
   frame::release_lock(shared);
 }
 
-shared_cfg_state ReadSharedLogCfg(TvSharedData& shared, TvLogCfg& out,
-                                  void (*waiting)(unsigned)) noexcept {
+eSharedCfgState ReadSharedLogCfg(TvSharedData& shared, TvLogCfg& out,
+                                 void (*waiting)(unsigned)) noexcept {
   frame::acquire_lock(shared, waiting);
-  std::memcpy(&out, &shared.logCfg, sizeof out);
+  std::memcpy(&out, &SharedLogCfg(shared), sizeof out);
   const bool set = shared.cfgSet != 0;
   frame::release_lock(shared);
-  if (!set) return shared_cfg_state::not_set;
-  return IsValidLogCfg(out) ? shared_cfg_state::set : shared_cfg_state::damaged;
+  if (!set) return eSharedCfgState::NotSet;
+  return IsValidLogCfg(out) ? eSharedCfgState::Set : eSharedCfgState::Damaged;
 }
 
-activation_env ProcessActivationEnv(char (&path)[260]) noexcept {
+ActivationEnv ProcessActivationEnv(char (&path)[260]) noexcept {
   return {platform::executable_path(path, sizeof path) ? path : nullptr, platform::user_name,
           platform::process_id(), platform::now};
 }
 
-bool DecideActivation(TvLogSink& sink, TvSharedData& shared, const activation_env& env) noexcept {
-  const char* path = env.program_path;
-  if (path == nullptr || std::strlen(path) >= kPathLimit) return false;
+ActivationDecision DecideActivation(TvSharedData& shared, const ActivationEnv& env) noexcept {
+  ActivationDecision d;
+  const char* path = env.programPath;
+  if (path == nullptr || std::strlen(path) >= kPathLimit) return d;
   const char* slash = std::strrchr(path, '/');
-  if (slash == nullptr) return false;
+  if (slash == nullptr) return d;
   const char* program = slash + 1;
-  if (equals_nocase(program, "LogTune.exe") || equals_nocase(program, "LogTune")) return false;
+  if (equals_nocase(program, "LogTune.exe") || equals_nocase(program, "LogTune")) return d;
 
   TvLogCfg cfg;
   bool have_shared = false;
   if (frame::try_acquire_lock(shared)) {
     if (shared.cfgSet != 0) {
-      std::memcpy(&cfg, &shared.logCfg, sizeof cfg);
+      std::memcpy(&cfg, &SharedLogCfg(shared), sizeof cfg);
       have_shared = IsValidLogCfg(cfg);
       if (!have_shared) shared.cfgSet = 0;
     }
@@ -160,42 +159,41 @@ bool DecideActivation(TvLogSink& sink, TvSharedData& shared, const activation_en
   if (!have_shared) {
     char cfg_path[kPathLimit];
     const std::size_t folder = static_cast<std::size_t>(program - path);
-    if (folder + sizeof kCfgFileName > kPathLimit) return false;
+    if (folder + sizeof kCfgFileName > kPathLimit) return d;
     std::memcpy(cfg_path, path, folder);
     std::memcpy(cfg_path + folder, kCfgFileName, sizeof kCfgFileName);
     if (platform::read_file_start(cfg_path, &cfg, sizeof cfg) != static_cast<long>(sizeof cfg) ||
         !IsValidLogCfg(cfg)) {
-      return false;
+      return d;
     }
   }
   end_strings(cfg);
 
-  sink.deleteOnClose = flag(cfg.deleteOnClose);
-  sink.debugEcho = flag(cfg.debugEcho);
-  sink.enabled[0] = flag(cfg.filter0);
-  sink.enabled[1] = flag(cfg.filter1);
-  if (std::strcmp(cfg.programs, "*") != 0 && !ListContains(cfg.programs, program, ';')) {
-    return false;
-  }
+  d.deleteOnClose = flag(cfg.deleteOnClose);
+  d.debugEcho = flag(cfg.debugEcho);
+  d.enabled[0] = flag(cfg.filter0);
+  d.enabled[1] = flag(cfg.filter1);
+  if (std::strcmp(cfg.programs, "*") != 0 && !ListContains(cfg.programs, program, ';')) return d;
   if (std::strcmp(cfg.users, "*") != 0) {
     char user[kUserLimit];
-    if (env.user_name == nullptr || !env.user_name(user, sizeof user) ||
+    if (env.userName == nullptr || !env.userName(user, sizeof user) ||
         !ListContains(cfg.users, user, ';')) {
-      return false;
+      return d;
     }
   }
-  if (ListContains(cfg.options, "ActivationContext", ';')) sink.actCtx = true;
+  if (ListContains(cfg.options, "ActivationContext", ';')) d.actCtx = true;
 
   const platform::local_time t = env.now();
-  const int n = std::snprintf(sink.fileName, sizeof sink.fileName,
-                              "%s%s.%d %02d-%02d-%04d %02d.%02d.%02d.%03d.log", cfg.logFolder,
-                              program, static_cast<int>(env.process_id), t.day, t.month, t.year,
-                              t.hour, t.minute, t.second, t.millisecond);
+  const int n =
+      std::snprintf(d.fileName, sizeof d.fileName, "%s%s.%d %02d-%02d-%04d %02d.%02d.%02d.%03d.log",
+                    cfg.logFolder, program, static_cast<int>(env.processId), t.day, t.month, t.year,
+                    t.hour, t.minute, t.second, t.millisecond);
   if (n < 0 || static_cast<std::size_t>(n) >= kPathLimit) {
-    sink.fileName[0] = 0;
-    return false;
+    d.fileName[0] = 0;
+    return d;
   }
-  return true;
+  d.on = true;
+  return d;
 }
 
 }  // namespace trace

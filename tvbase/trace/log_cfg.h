@@ -10,7 +10,10 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <type_traits>
 
+#include <tvbase/frame/shared_data.h>
 #include <tvbase/platform/process.h>
 
 struct TvLogCfg {
@@ -42,16 +45,24 @@ static_assert(offsetof(TvLogCfg, alignment) == 4873);
 static_assert(offsetof(TvLogCfg, crc) == 4876);
 static_assert(sizeof(TvLogCfg) == 4880);
 
-struct TvSharedData;
-struct TvLogSink;
-
 namespace trace {
+
+// The record in the shared block. The block keeps its bytes as raw storage
+// (an array of unsigned char), in which the record lives: TvLogCfg is an
+// implicit-lifetime type. Read and write it under the block's lock only.
+inline TvLogCfg& SharedLogCfg(TvSharedData& shared) noexcept {
+  static_assert(sizeof(TvLogCfg) == sizeof shared.logCfg);
+  static_assert(alignof(TvLogCfg) <= alignof(TvSharedData));
+  static_assert(std::is_trivially_copyable_v<TvLogCfg> &&
+                std::is_trivially_default_constructible_v<TvLogCfg>);
+  return *std::launder(reinterpret_cast<TvLogCfg*>(shared.logCfg));
+}
 
 // The error code of SaveLogCfg for a string that doesn't fit its field.
 inline constexpr unsigned long kErrorTooLong = 160;
 
 // The values that fill a record. A null string counts as an empty one.
-struct log_cfg_fields {
+struct LogCfgFields {
   const char* logFolder = "";
   bool deleteOnClose = false;
   bool debugEcho = false;
@@ -65,12 +76,12 @@ struct log_cfg_fields {
 // The name of the first string that is too long for its field, testing
 // logFolder (259 characters at most), programs (2,047), users (2,044) and
 // options (511) in that order; null if all fit.
-const char* TooLongField(const log_cfg_fields& fields) noexcept;
+const char* TooLongField(const LogCfgFields& fields) noexcept;
 
 // Fills `cfg` from `fields`: the strings with their zero, the flags, version
 // 1 and the CRC. Refuses, changing nothing, if a string is too long. Bytes
 // behind a string's zero are left as they were.
-[[nodiscard]] bool FillLogCfg(TvLogCfg& cfg, const log_cfg_fields& fields) noexcept;
+[[nodiscard]] bool FillLogCfg(TvLogCfg& cfg, const LogCfgFields& fields) noexcept;
 
 // Version 1 and a CRC that matches the bytes before it.
 [[nodiscard]] bool IsValidLogCfg(const TvLogCfg& cfg) noexcept;
@@ -80,40 +91,54 @@ const char* TooLongField(const log_cfg_fields& fields) noexcept;
 // is never found; "*" means nothing special here.
 [[nodiscard]] bool ListContains(const char* list, const char* name, char separator) noexcept;
 
-enum class shared_cfg_state { not_set, set, damaged };
+enum class eSharedCfgState { NotSet, Set, Damaged };
 
 // Replaces the shared record under the blocking lock and marks it set; false,
 // changing nothing, if a string is too long. `waiting` is told of each failed
 // attempt to take the lock.
-bool SetSharedLogCfg(TvSharedData& shared, const log_cfg_fields& fields,
+bool SetSharedLogCfg(TvSharedData& shared, const LogCfgFields& fields,
                      void (*waiting)(unsigned attempts) = nullptr) noexcept;
 
 // Marks the shared record not set, under the blocking lock.
 void ClearSharedLogCfg(TvSharedData& shared, void (*waiting)(unsigned attempts) = nullptr) noexcept;
 
 // A copy of the shared record, taken under the blocking lock, and its state.
-shared_cfg_state ReadSharedLogCfg(TvSharedData& shared, TvLogCfg& out,
-                                  void (*waiting)(unsigned attempts) = nullptr) noexcept;
+eSharedCfgState ReadSharedLogCfg(TvSharedData& shared, TvLogCfg& out,
+                                 void (*waiting)(unsigned attempts) = nullptr) noexcept;
 
 // What the activation decision asks of the process. Tests give their own.
-struct activation_env {
-  const char* program_path;  // the executable's full path; null if unknown or too long
-  bool (*user_name)(char* out, std::size_t capacity);
-  unsigned long process_id;
+struct ActivationEnv {
+  const char* programPath;  // the executable's full path; null if unknown or too long
+  bool (*userName)(char* out, std::size_t capacity);
+  unsigned long processId;
   platform::local_time (*now)();
 };
 
 // The environment of this process.
-activation_env ProcessActivationEnv(char (&path)[260]) noexcept;
+ActivationEnv ProcessActivationEnv(char (&path)[260]) noexcept;
 
-// Decides, once per process at load, whether the process traces, and fills
-// the sink's options and log file name. Every "no" is silent. On Linux the
+// What the activation decision says: whether the process traces, and the
+// options and log file name that the sink takes. deleteOnClose, debugEcho
+// and enabled hold what the record said once a valid one was read, also when
+// a later step said no; actCtx is set once the program and user were found;
+// fileName only on yes.
+struct ActivationDecision {
+  bool on = false;
+  bool actCtx = false;  // the option "ActivationContext"
+  bool deleteOnClose = false;
+  bool debugEcho = false;
+  bool enabled[2] = {};  // by filter class
+  char fileName[260] = {};
+};
+
+// Decides, once per process at load, whether the process traces, and with
+// which options and log file name. Every "no" is silent. On Linux the
 // program's file name follows the last '/', "TvLog.cfg" is looked for in the
 // program's folder, and a program called "LogTune" or "LogTune.exe" (in any
 // case) never traces. A valid shared record that is set and not locked wins
 // over the file; a damaged one is cleared.
-[[nodiscard]] bool DecideActivation(TvLogSink& sink, TvSharedData& shared,
-                                    const activation_env& env) noexcept;
+[[nodiscard]] ActivationDecision DecideActivation(TvSharedData& shared,
+                                                  const ActivationEnv& env) noexcept;
 
 }  // namespace trace
 

@@ -1,9 +1,8 @@
 #include <tvbase/trace/log_cfg.h>
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -11,19 +10,18 @@
 #include <tvbase/frame/shared_data.h>
 #include <tvbase/trace/crc.h>
 #include <tvbase/trace/func_log.h>
-#include <tvbase/trace/log_sink.h>
 #include <tvbase/trace/test_support.h>
 
 namespace {
 
-using trace::log_cfg_fields;
+using trace::LogCfgFields;
 using trace_test::temp_dir;
 
-log_cfg_fields all_on(const char* folder = "/tmp/logs/") {
+LogCfgFields all_on(const char* folder = "/tmp/logs/") {
   return {folder, true, true, "*", "*", "ActivationContext", true, true};
 }
 
-TvLogCfg filled(const log_cfg_fields& fields) {
+TvLogCfg filled(const LogCfgFields& fields) {
   TvLogCfg cfg{};
   EXPECT_TRUE(trace::FillLogCfg(cfg, fields));
   return cfg;
@@ -64,8 +62,8 @@ TEST(LogCfg, StringLimits) {
     const std::string folder(row.folder, 'f'), programs(row.programs, 'p'), users(row.users, 'u'),
         options(row.options, 'o');
     SCOPED_TRACE(row.too_long != nullptr ? row.too_long : "all fit");
-    const log_cfg_fields fields{folder.c_str(), false,           false, programs.c_str(),
-                                users.c_str(),  options.c_str(), false, false};
+    const LogCfgFields fields{folder.c_str(), false,           false, programs.c_str(),
+                              users.c_str(),  options.c_str(), false, false};
     const char* named = trace::TooLongField(fields);
     EXPECT_STREQ(named != nullptr ? named : "", row.too_long != nullptr ? row.too_long : "");
     TvLogCfg cfg;
@@ -186,27 +184,27 @@ TEST(SaveLogCfg, Failures) {
 TEST(SharedLogCfg, SetClearAndDamage) {
   TvSharedData shared{};
   TvLogCfg copy;
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::not_set);
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::NotSet);
   ASSERT_TRUE(trace::SetSharedLogCfg(shared, all_on("/a/")));
   EXPECT_EQ(shared.cfgSet, 1u);
   EXPECT_EQ(shared.lock, 0u);
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::set);
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::Set);
   EXPECT_STREQ(copy.logFolder, "/a/");
 
   // Too long: record and flag stay.
   const std::string long_options(512, 'o');
-  log_cfg_fields refused = all_on("/b/");
+  LogCfgFields refused = all_on("/b/");
   refused.options = long_options.c_str();
   EXPECT_FALSE(trace::SetSharedLogCfg(shared, refused));
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::set);
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::Set);
   EXPECT_STREQ(copy.logFolder, "/a/");
 
-  shared.logCfg.version = 2;
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::damaged);
+  trace::SharedLogCfg(shared).version = 2;
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::Damaged);
   trace::ClearSharedLogCfg(shared);
   EXPECT_EQ(shared.cfgSet, 0u);
-  EXPECT_EQ(shared.logCfg.version, 2u) << "clearing keeps the record's bytes";
-  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::shared_cfg_state::not_set);
+  EXPECT_EQ(trace::SharedLogCfg(shared).version, 2u) << "clearing keeps the record's bytes";
+  EXPECT_EQ(trace::ReadSharedLogCfg(shared, copy), trace::eSharedCfgState::NotSet);
 }
 
 // The activation decision, with a program in a temporary folder.
@@ -220,18 +218,24 @@ class DecideActivationTest : public ::testing::Test {
   static bool no_user(char*, std::size_t) { return false; }
   static platform::local_time fixed_time() { return {2026, 2, 3, 9, 5, 7, 12}; }
 
-  trace::activation_env env(const std::string& program) {
+  trace::ActivationEnv env(const std::string& program) {
     program_ = dir_.path() + program;
     return {program_.c_str(), alice, 4242, fixed_time};
   }
-  void save(const log_cfg_fields& fields) {
+  void save(const LogCfgFields& fields) {
     trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(filled(fields)));
+  }
+
+  // Runs the decision; keeps it in decision_ and gives whether it said yes.
+  bool decide(const trace::ActivationEnv& e) {
+    decision_ = trace::DecideActivation(shared_, e);
+    return decision_.on;
   }
 
   temp_dir dir_;
   std::string program_;
   TvSharedData shared_{};
-  TvLogSink sink_;
+  trace::ActivationDecision decision_;
 };
 
 TEST_F(DecideActivationTest, FromTheFile) {
@@ -260,12 +264,11 @@ TEST_F(DecideActivationTest, FromTheFile) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     save({"/logs/", false, false, row.programs, row.users, "", true, false});
-    trace::activation_env e = env(row.program);
-    if (row.user_fails) e.user_name = no_user;
-    TvLogSink sink;
-    EXPECT_EQ(trace::DecideActivation(sink, shared_, e), row.yes);
+    trace::ActivationEnv e = env(row.program);
+    if (row.user_fails) e.userName = no_user;
+    EXPECT_EQ(decide(e), row.yes);
     if (row.yes) {
-      EXPECT_EQ(std::string(sink.fileName),
+      EXPECT_EQ(std::string(decision_.fileName),
                 std::string("/logs/") + row.program + ".4242 03-02-2026 09.05.07.012.log");
     }
   }
@@ -273,13 +276,13 @@ TEST_F(DecideActivationTest, FromTheFile) {
 
 TEST_F(DecideActivationTest, TakesTheOptions) {
   save({"", true, true, "*", "*", "x; activationcontext ", false, true});
-  ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
-  EXPECT_TRUE(sink_.deleteOnClose);
-  EXPECT_TRUE(sink_.debugEcho);
-  EXPECT_FALSE(sink_.enabled[0]);
-  EXPECT_TRUE(sink_.enabled[1]);
-  EXPECT_TRUE(sink_.actCtx);
-  EXPECT_STREQ(sink_.fileName, "app.4242 03-02-2026 09.05.07.012.log") << "relative to the cwd";
+  ASSERT_TRUE(decide(env("app")));
+  EXPECT_TRUE(decision_.deleteOnClose);
+  EXPECT_TRUE(decision_.debugEcho);
+  EXPECT_FALSE(decision_.enabled[0]);
+  EXPECT_TRUE(decision_.enabled[1]);
+  EXPECT_TRUE(decision_.actCtx);
+  EXPECT_STREQ(decision_.fileName, "app.4242 03-02-2026 09.05.07.012.log") << "relative to the cwd";
 }
 
 TEST_F(DecideActivationTest, BadFiles) {
@@ -303,11 +306,10 @@ TEST_F(DecideActivationTest, BadFiles) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     trace_test::write_file(dir_.path() + "TvLog.cfg", row.bytes);
-    TvLogSink sink;
-    EXPECT_EQ(trace::DecideActivation(sink, shared_, env("app")), row.yes);
+    EXPECT_EQ(decide(env("app")), row.yes);
   }
-  ::unlink((dir_.path() + "TvLog.cfg").c_str());
-  EXPECT_FALSE(trace::DecideActivation(sink_, shared_, env("app"))) << "no file";
+  std::filesystem::remove(dir_.path() + "TvLog.cfg");
+  EXPECT_FALSE(decide(env("app"))) << "no file";
 }
 
 TEST_F(DecideActivationTest, StringsWithoutTheirZeroStayInTheirField) {
@@ -319,9 +321,9 @@ TEST_F(DecideActivationTest, StringsWithoutTheirZeroStayInTheirField) {
   cfg.filter0 = true;
   cfg.crc = TvCrc().Add(&cfg, 4876).GetCrc();
   trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(cfg));
-  EXPECT_FALSE(trace::DecideActivation(sink_, shared_, env("a"))) << "259 + 34 characters";
-  EXPECT_FALSE(sink_.actCtx);
-  EXPECT_STREQ(sink_.fileName, "");
+  EXPECT_FALSE(decide(env("a"))) << "259 + 34 characters";
+  EXPECT_FALSE(decision_.actCtx);
+  EXPECT_STREQ(decision_.fileName, "");
 }
 
 TEST_F(DecideActivationTest, PathLimits) {
@@ -349,12 +351,11 @@ TEST_F(DecideActivationTest, PathLimits) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     save({row.log_folder, false, false, "*", "*", "", true, true});
-    trace::activation_env e = env(std::string(43, 'p'));
-    if (row.path != nullptr || std::strcmp(row.what, "no path") == 0) e.program_path = row.path;
-    TvLogSink sink;
-    EXPECT_EQ(trace::DecideActivation(sink, shared_, e), row.yes);
+    trace::ActivationEnv e = env(std::string(43, 'p'));
+    if (row.path != nullptr || std::strcmp(row.what, "no path") == 0) e.programPath = row.path;
+    EXPECT_EQ(decide(e), row.yes);
     if (!row.yes) {
-      EXPECT_STREQ(sink.fileName, "");
+      EXPECT_STREQ(decision_.fileName, "");
     }
   }
 }
@@ -363,15 +364,14 @@ TEST_F(DecideActivationTest, SharedRecordWinsOverTheFile) {
   save({"/file/", false, false, "*", "*", "", true, true});
   ASSERT_TRUE(
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
-  ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
-  EXPECT_EQ(std::string(sink_.fileName).substr(0, 8), "/shared/");
+  ASSERT_TRUE(decide(env("app")));
+  EXPECT_EQ(std::string(decision_.fileName).substr(0, 8), "/shared/");
   EXPECT_EQ(shared_.lock, 0u);
 
   // A shared record that names other programs still wins: no trace.
   ASSERT_TRUE(
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "x", "*", "", true, true}));
-  TvLogSink other;
-  EXPECT_FALSE(trace::DecideActivation(other, shared_, env("app")));
+  EXPECT_FALSE(decide(env("app")));
 }
 
 TEST_F(DecideActivationTest, LockedSharedRecordIsPassedBy) {
@@ -379,9 +379,9 @@ TEST_F(DecideActivationTest, LockedSharedRecordIsPassedBy) {
   ASSERT_TRUE(
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
   shared_.lock = 1;
-  shared_.logCfg.version = 2;  // damaged, but nobody may look
-  ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
-  EXPECT_EQ(std::string(sink_.fileName).substr(0, 6), "/file/");
+  trace::SharedLogCfg(shared_).version = 2;  // damaged, but nobody may look
+  ASSERT_TRUE(decide(env("app")));
+  EXPECT_EQ(std::string(decision_.fileName).substr(0, 6), "/file/");
   EXPECT_EQ(shared_.lock, 1u);
   EXPECT_EQ(shared_.cfgSet, 1u);
 }
@@ -390,10 +390,10 @@ TEST_F(DecideActivationTest, DamagedSharedRecordIsClearedAndTheFileDecides) {
   save({"/file/", false, false, "*", "*", "", true, true});
   ASSERT_TRUE(
       trace::SetSharedLogCfg(shared_, {"/shared/", false, false, "*", "*", "", true, true}));
-  shared_.logCfg.version = 2;
-  shared_.logCfg.crc = TvCrc().Add(&shared_.logCfg, 4876).GetCrc();
-  ASSERT_TRUE(trace::DecideActivation(sink_, shared_, env("app")));
-  EXPECT_EQ(std::string(sink_.fileName).substr(0, 6), "/file/");
+  trace::SharedLogCfg(shared_).version = 2;
+  trace::SharedLogCfg(shared_).crc = TvCrc().Add(&trace::SharedLogCfg(shared_), 4876).GetCrc();
+  ASSERT_TRUE(decide(env("app")));
+  EXPECT_EQ(std::string(decision_.fileName).substr(0, 6), "/file/");
   EXPECT_EQ(shared_.cfgSet, 0u);
   EXPECT_EQ(shared_.lock, 0u);
 }
@@ -401,8 +401,8 @@ TEST_F(DecideActivationTest, DamagedSharedRecordIsClearedAndTheFileDecides) {
 TEST_F(DecideActivationTest, LogTuneIgnoresEvenTheSharedRecord) {
   ASSERT_TRUE(trace::SetSharedLogCfg(shared_, all_on()));
   shared_.lock = 0;
-  EXPECT_FALSE(trace::DecideActivation(sink_, shared_, env("LOGTUNE")));
-  EXPECT_FALSE(trace::DecideActivation(sink_, shared_, env("LogTune.exe")));
+  EXPECT_FALSE(decide(env("LOGTUNE")));
+  EXPECT_FALSE(decide(env("LogTune.exe")));
   EXPECT_EQ(shared_.cfgSet, 1u);
 }
 
@@ -423,12 +423,11 @@ TEST_F(DecideActivationTest, FlagsMayHoldAnyByte) {
     std::memset(&cfg.filter0, row.byte, 4);  // filter0, filter1, deleteOnClose, debugEcho
     cfg.crc = TvCrc().Add(&cfg, 4876).GetCrc();
     trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(cfg));
-    TvLogSink sink;
-    ASSERT_TRUE(trace::DecideActivation(sink, shared_, env("app")));
-    EXPECT_EQ(sink.enabled[0], row.on);
-    EXPECT_EQ(sink.enabled[1], row.on);
-    EXPECT_EQ(sink.deleteOnClose, row.on);
-    EXPECT_EQ(sink.debugEcho, row.on);
+    ASSERT_TRUE(decide(env("app")));
+    EXPECT_EQ(decision_.enabled[0], row.on);
+    EXPECT_EQ(decision_.enabled[1], row.on);
+    EXPECT_EQ(decision_.deleteOnClose, row.on);
+    EXPECT_EQ(decision_.debugEcho, row.on);
   }
 }
 

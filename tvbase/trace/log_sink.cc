@@ -1,7 +1,10 @@
 #include <tvbase/trace/log_sink.h>
 
+#include <cstring>
+
 #include <tvbase/frame/shared_data.h>
 #include <tvbase/platform/file.h>
+#include <tvbase/platform/process.h>
 #include <tvbase/trace/log_cfg.h>
 
 namespace {
@@ -14,11 +17,17 @@ TvLogSink g_process_sink;
 
 TvLogSink* trace::g_active_sink = &g_process_sink;
 
-void TvLogSink::Build(TvSharedData& shared, const trace::activation_env& env) noexcept {
+void TvLogSink::Build(const trace::ActivationDecision& decision) noexcept {
   *this = TvLogSink{};
-  if (!trace::DecideActivation(*this, shared, env)) return;
+  actCtx = decision.actCtx;
+  std::memcpy(fileName, decision.fileName, sizeof fileName);
+  deleteOnClose = decision.deleteOnClose;
+  debugEcho = decision.debugEcho;
+  enabled[0] = decision.enabled[0];
+  enabled[1] = decision.enabled[1];
+  if (!decision.on) return;
   file = platform::create_log_file(fileName);
-  owner = env.process_id;
+  owner = platform::process_id();
 }
 
 void TvLogSink::TakeDown() noexcept {
@@ -36,14 +45,14 @@ void TvLogSink::Write(const char* line, std::size_t length) const noexcept {
 
 namespace trace {
 
-void build_process_sink() noexcept {
+void BuildProcessSink() noexcept {
   char path[260];
-  g_process_sink.Build(*TvGetSharedData(), ProcessActivationEnv(path));
+  g_process_sink.Build(DecideActivation(*TvGetSharedData(), ProcessActivationEnv(path)));
 }
 
-void take_down_process_sink() noexcept { g_process_sink.TakeDown(); }
+void TakeDownProcessSink() noexcept { g_process_sink.TakeDown(); }
 
-TvLogSink* use_sink(TvLogSink* sink) noexcept {
+TvLogSink* UseSink(TvLogSink* sink) noexcept {
   TvLogSink* before = g_active_sink;
   g_active_sink = sink != nullptr ? sink : &g_process_sink;
   return before;

@@ -7,10 +7,8 @@
 
 #include <cstddef>
 
-struct TvSharedData;
-
 namespace trace {
-struct activation_env;
+struct ActivationDecision;
 }
 
 struct TvLogSink {
@@ -22,9 +20,10 @@ struct TvLogSink {
   bool enabled[2] = {};     // by filter class
   unsigned long owner = 0;  // the process that created the file
 
-  // Runs the decision and creates the log file on yes: O_NOFOLLOW, so a
-  // trace never writes through a symbolic link planted at its name.
-  void Build(TvSharedData& shared, const trace::activation_env& env) noexcept;
+  // Acts on the activation decision: takes its options and file name and,
+  // on yes, creates the log file: O_NOFOLLOW, so a trace never writes
+  // through a symbolic link planted at its name.
+  void Build(const trace::ActivationDecision& decision) noexcept;
 
   // Closes the file and, if so configured, deletes it; a process made by
   // fork() never deletes its parent's file.
@@ -40,15 +39,15 @@ namespace trace {
 // The sink in use: the process's own, or the one a test put in its place.
 // Read on every traced call, so it is inline.
 extern TvLogSink* g_active_sink;
-inline TvLogSink& log_sink() noexcept { return *g_active_sink; }
+inline TvLogSink& LogSink() noexcept { return *g_active_sink; }
 
 // Load and unload of the process's own sink.
-void build_process_sink() noexcept;
-void take_down_process_sink() noexcept;
+void BuildProcessSink() noexcept;
+void TakeDownProcessSink() noexcept;
 
 // For tests and benchmarks: makes `sink` the one in use (null: the process's
 // own again) and gives back the one in use before.
-TvLogSink* use_sink(TvLogSink* sink) noexcept;
+TvLogSink* UseSink(TvLogSink* sink) noexcept;
 
 }  // namespace trace
 

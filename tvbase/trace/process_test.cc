@@ -116,7 +116,7 @@ TEST_F(ProcessTest, DamagedSharedRecordIsClearedAtTheNextLoad) {
   TvSharedData& shared = *TvGetSharedData();
   ASSERT_TRUE(trace::SetSharedLogCfg(
       shared, {(dir_.path() + "shared/").c_str(), false, false, "*", "*", "", true, true}));
-  shared.logCfg.programs[0] ^= 1;
+  trace::SharedLogCfg(shared).programs[0] ^= 1;
   const outcome traced = run({app_, "run", "1"});
   EXPECT_EQ(traced.out.rfind(logs_ + "app.", 0), 0u) << traced.out;
   EXPECT_EQ(shared.cfgSet, 0u);

@@ -11,16 +11,16 @@
 //                           on standard error and waits to be killed
 //   trace_helper set FOLDER PROGRAMS DELETE   sets the shared record
 //   trace_helper state      prints the shared record's flag and lock word
-#include <sys/resource.h>
-#include <unistd.h>
-
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include <tvbase/frame/shared_data.h>
+#include <tvbase/testing/processes.h>
 #include <tvbase/trace/func_log.h>
 #include <tvbase/trace/log_sink.h>
 
@@ -35,15 +35,8 @@ void traced_calls(long count, bool crash) {
   if (crash) std::raise(SIGKILL);
 }
 
-bool limit_file_size(rlim_t bytes) {
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0) return false;
-  limit.rlim_cur = bytes == RLIM_INFINITY ? limit.rlim_max : bytes;
-  return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
-}
-
 void print_log_name() {
-  const TvLogSink& sink = trace::log_sink();
+  const TvLogSink& sink = trace::LogSink();
   std::printf("%s\n", sink.file >= 0 ? sink.fileName : "-");
   std::fflush(stdout);
 }
@@ -65,17 +58,16 @@ int main(int argc, char** argv) {
   }
   if (mode == "full" && argc == 5) {
     print_log_name();
-    std::signal(SIGXFSZ, SIG_IGN);
-    if (!limit_file_size(std::strtoul(argv[2], nullptr, 10))) return 3;
+    if (!testing_support::limit_file_size(std::strtoull(argv[2], nullptr, 10))) return 3;
     traced_calls(std::atol(argv[3]), false);
-    if (!limit_file_size(RLIM_INFINITY)) return 3;
+    if (!testing_support::limit_file_size(testing_support::kNoSizeLimit)) return 3;
     traced_calls(std::atol(argv[4]), false);
     return 0;
   }
   if (mode == "hold-lock" && argc == 2) {
     frame::acquire_lock(*TvGetSharedData());
     std::fputs("held\n", stderr);
-    for (;;) ::pause();
+    for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
   }
   if (mode == "set" && argc == 5) {
     return TvFuncLog::SetSharedLogCfg(argv[2], std::strcmp(argv[4], "1") == 0, false, argv[3], "*",

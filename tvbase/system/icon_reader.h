@@ -1,11 +1,15 @@
-#ifndef TVBASE_PLATFORM_ICON_READER_H
-#define TVBASE_PLATFORM_ICON_READER_H
+#ifndef TVBASE_SYSTEM_ICON_READER_H
+#define TVBASE_SYSTEM_ICON_READER_H
 
-// The icon objects that stand in for the system's where it has none, and the
-// readers that make them from the bytes of an .ico file or of a Windows
-// module (.dll, .exe) opened as data. Every reader is bounds-checked: any
-// byte string, however malformed, gives an icon or null, never a read out of
-// range, and memory use follows the size of the input.
+// The icon images that TvGdi decodes where the system has no icon objects,
+// and the readers that make them from the bytes of an .ico file or of a
+// Windows module (.dll, .exe) opened as data, choosing the image of the size
+// asked for. Every reader is bounds-checked: any byte string, however
+// malformed, gives an icon or null, never a read out of range, and memory use
+// follows the size of the input.
+//
+//   std::unique_ptr<gdi::icon> icon = gdi::read_ico_file(bytes, 32, 32);
+//   if (icon && icon->format == gdi::icon_format::bgra32) { /* icon->pixels */ }
 
 #include <cstdint>
 #include <memory>
@@ -13,7 +17,9 @@
 #include <string_view>
 #include <vector>
 
-namespace platform {
+#include <tvbase/system/icon_source.h>
+
+namespace gdi {
 
 enum class icon_format {
   bgra32,  // width x height pixels, 4 bytes each (blue, green, red, alpha), top row first
@@ -28,18 +34,6 @@ struct icon {
   bool has_colour = true;
   icon_format format = icon_format::bgra32;
   std::vector<std::uint8_t> pixels;
-};
-
-// A bitmap as the icon's information hands it out: its size only.
-struct bitmap {
-  int width = 0;
-  int height = 0;
-};
-
-// Names a resource either by number (1-65535) or, when `id` is 0, by name.
-struct resource_ref {
-  std::uint16_t id = 0;
-  std::string_view name;  // UTF-8; compared without regard to ASCII case
 };
 
 // The size of one image of an icon directory, as the directory states it.
@@ -72,6 +66,6 @@ bool is_pe_module(std::span<const std::uint8_t> file);
 std::unique_ptr<icon> read_pe_icon(std::span<const std::uint8_t> file, resource_ref group,
                                    int width, int height);
 
-}  // namespace platform
+}  // namespace gdi
 
-#endif  // TVBASE_PLATFORM_ICON_READER_H
+#endif  // TVBASE_SYSTEM_ICON_READER_H

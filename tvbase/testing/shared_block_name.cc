@@ -7,9 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <unistd.h>
-
 #include <tvbase/frame/shared_data.h>
+#include <tvbase/platform/process.h>
 
 namespace frame {
 
@@ -23,7 +22,7 @@ const char* shared_block_name() noexcept {
     if (inherited != nullptr && inherited[0] == '/' && std::strlen(inherited) < sizeof name) {
       std::strcpy(name, inherited);
     } else {
-      std::snprintf(name, sizeof name, "/tvbase-test-%ld", static_cast<long>(::getpid()));
+      std::snprintf(name, sizeof name, "/tvbase-test-%lu", platform::process_id());
       ::setenv(kVariable, name, 1);
     }
   }

@@ -1,4 +1,4 @@
-#include <tvbase/platform/icon_reader.h>
+#include <tvbase/system/icon_reader.h>
 
 #include <algorithm>
 #include <optional>
@@ -6,7 +6,7 @@
 
 #include <tvbase/platform/dir_list.h>
 
-namespace platform {
+namespace gdi {
 namespace {
 
 using bytes = std::span<const std::uint8_t>;
@@ -236,7 +236,7 @@ class pe_reader {
     const auto named = u16(rsrc, at + 12);
     const auto numbered = u16(rsrc, at + 14);
     if (!named || !numbered) return std::nullopt;
-    const std::wstring wanted = name.id == 0 ? path_to_wide(name.name) : std::wstring();
+    const std::wstring wanted = name.id == 0 ? platform::path_to_wide(name.name) : std::wstring();
     const std::uint64_t count = static_cast<std::uint64_t>(*named) + *numbered;
     for (std::uint64_t i = 0; i < count; ++i) {
       const auto key = u32(rsrc, at + 16 + i * 8);
@@ -333,4 +333,4 @@ std::unique_ptr<icon> read_pe_icon(std::span<const std::uint8_t> file, resource_
   return image ? decode_icon_image(*image) : nullptr;
 }
 
-}  // namespace platform
+}  // namespace gdi

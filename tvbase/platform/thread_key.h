@@ -1,0 +1,29 @@
+#ifndef TVBASE_PLATFORM_THREAD_KEY_H
+#define TVBASE_PLATFORM_THREAD_KEY_H
+
+// A key to a value per thread that starts as null, with a hook that runs when
+// a thread ends. Here a pthread key: the hook runs for each ending thread
+// whose value is not null, after the value was set back to null; it does not
+// run for the thread that calls exit().
+
+#include <cstdint>
+
+namespace platform {
+
+inline constexpr std::uint32_t kNoThreadKey = 0xFFFFFFFF;
+
+// A new key, or kNoThreadKey if none is free.
+std::uint32_t thread_key_create(void (*on_thread_end)(void* value)) noexcept;
+
+// Gives a valid key back; the hook no longer runs for it.
+void thread_key_delete(std::uint32_t key) noexcept;
+
+// This thread's value, null if none was set.
+void* thread_key_get(std::uint32_t key) noexcept;
+
+// Stores this thread's value.
+void thread_key_set(std::uint32_t key, void* value) noexcept;
+
+}  // namespace platform
+
+#endif  // TVBASE_PLATFORM_THREAD_KEY_H
