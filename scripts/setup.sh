@@ -9,7 +9,7 @@
 set -euo pipefail
 
 packages=(cmake make g++ pkg-config libfmt-dev libre2-dev libgtest-dev libgmock-dev
-          googletest libbenchmark-dev)
+          googletest libbenchmark-dev libxml2-utils)
 for extra in "$@"; do
   case "$extra" in
     bench) packages+=(libcurl4-openssl-dev libglib2.0-dev libspdlog-dev nlohmann-json3-dev
