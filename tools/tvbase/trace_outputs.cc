@@ -315,7 +315,7 @@ struct flame_visitor {
   std::unordered_map<std::uint64_t, std::int32_t> children;
   std::vector<std::string> labels;
   std::int32_t log_root = 0;
-  std::uint64_t calls = 0, dropped_calls = 0;
+  std::uint64_t calls = 0, dropped_calls = 0, instant_calls = 0;
   std::int64_t dropped_ms = 0;
   std::optional<std::int64_t> shortest, longest;
 
@@ -349,6 +349,7 @@ struct flame_visitor {
   void on_call(const call& c) {
     ++calls;
     const std::int64_t d = c.duration();
+    if (d == 0) ++instant_calls;
     shortest = std::min(shortest.value_or(d), d);
     longest = std::max(longest.value_or(d), d);
     if (c.tag < 0) {
@@ -455,6 +456,12 @@ void write_svg(const flame_visitor& flame, const call_reader& calls,
       measure += fmt::format(", as every call took {} ms at the log's resolution of 1 ms",
                              *flame.shortest);
     }
+  }
+  if (by_time && value[0] > 0 && flame.instant_calls > 0) {
+    notes.push_back(fmt::format(
+        "{} of the {} took 0 ms at the log's resolution and have no width: --widths calls "
+        "shows them",
+        flame.instant_calls, plural(flame.calls, "call", "calls")));
   }
   if (flame.dropped_calls > 0) {
     notes.push_back(fmt::format("left out: {} on call paths past the limit of {}",

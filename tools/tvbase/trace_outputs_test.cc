@@ -723,6 +723,26 @@ TEST(TraceFlame, NamesAreEscapedAndLongOnesShortened) {
   EXPECT_NE(svg.find("nnn..</text>"), std::string::npos);
 }
 
+TEST(TraceFlame, SaysHowManyCallsTookNoTime) {
+  log_file file(
+      "03/02/2026 09:05:07.000 00000001 A(  )\r\n"
+      "03/02/2026 09:05:07.002 00000001     B(  )\r\n"
+      "03/02/2026 09:05:07.002 00000001         B return\r\n"
+      "03/02/2026 09:05:07.005 00000001     A return\r\n");
+  const std::string svg = flame_of({file.path()});
+  EXPECT_NE(svg.find("widths: time in the calls"), std::string::npos);
+  EXPECT_NE(svg.find("1 of the 2 calls took 0 ms"), std::string::npos) << svg;
+  trace_tools::run_options by_calls;
+  by_calls.widths = trace_tools::flame_widths::calls;
+  const std::string counted = flame_of({file.path()}, by_calls);
+  EXPECT_NE(counted.find("widths: numbers of calls"), std::string::npos);
+  EXPECT_EQ(counted.find("took 0 ms"), std::string::npos);
+  const std::vector<frame> frames = frames_of(counted);
+  ASSERT_EQ(frames.size(), 3u);
+  EXPECT_EQ(frames[2].path, "A;B");
+  EXPECT_NEAR(frames[2].width, 1180.0 / 2 - 0.5, 0.01);
+}
+
 TEST(TraceFlame, EmptyAndUnreadableLogsMakeAPictureAllTheSame) {
   log_file empty(""), junk("junk\r\nmore junk\r\n");
   const std::string svg = flame_of({empty.path(), junk.path()});
