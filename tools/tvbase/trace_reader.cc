@@ -317,6 +317,7 @@ void call_reader::start_log() {
   thread_index_.clear();
   last_thread_ = static_cast<std::size_t>(-1);
   parameter_bytes_ = 0;
+  open_calls_ = 0;
 }
 
 call_reader::thread_state* call_reader::thread_for(std::uint32_t id, bool& created) {
@@ -396,6 +397,7 @@ call_reader::frame& call_reader::push(thread_state& t, const log_line& line) {
   }
   t.parameters.append(line.text.substr(0, f.parameters_size));
   parameter_bytes_ += f.parameters_size;
+  ++open_calls_;
   t.stack.push_back(f);
   return t.stack.back();
 }

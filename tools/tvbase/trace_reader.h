@@ -206,11 +206,14 @@ struct note {
 // dropped, parameters beyond the byte budget are cut, and each is counted.
 class call_reader {
  public:
+  // The defaults keep the worst case near 250 MB, a log in the usual shape
+  // under a megabyte.
   struct limits {
-    std::size_t functions = 100000;          // distinct names
+    std::size_t functions = 65536;           // distinct names
     std::size_t name_bytes = 1024;           // longer names are told apart by these
     std::size_t threads = 65536;             // per log
     std::size_t depth = 10000;               // open calls per thread
+    std::size_t open_calls = 1 << 20;        // open calls, all threads
     std::size_t parameter_bytes = 64 << 20;  // parameters of open calls, all threads
   };
   struct counts {
@@ -220,7 +223,7 @@ class call_reader {
     std::uint64_t unmatched_returns = 0;  // a return line with no call to end
     std::uint64_t unreturned = 0;         // calls ended without a return line
     std::uint64_t dropped_lines = 0;      // of threads past the limit
-    std::uint64_t dropped_calls = 0;      // deeper than the limit
+    std::uint64_t dropped_calls = 0;      // past the depth or open-call limit
     std::uint64_t pooled_calls = 0;       // of names past the limit
     std::uint64_t cut_parameters = 0;     // parameters the budget cut
     bool any_time = false;
@@ -297,6 +300,7 @@ class call_reader {
   std::unordered_map<std::uint32_t, std::size_t> thread_index_;
   std::size_t last_thread_ = static_cast<std::size_t>(-1);
   std::size_t parameter_bytes_ = 0;
+  std::size_t open_calls_ = 0;
 };
 
 // Reads every line of `file` into `calls` (after calls.start_log()) and
@@ -344,7 +348,7 @@ void call_reader::feed(const log_line& line, Visitor& visitor) {
     case line_kind::enter: {
       ++counts_.enters;
       end_above(*t, line.depth - 1, line.time_ms, visitor);
-      if (t->stack.size() >= limits_.depth) {
+      if (t->stack.size() >= limits_.depth || open_calls_ >= limits_.open_calls) {
         ++counts_.dropped_calls;
         return;
       }
@@ -430,6 +434,7 @@ void call_reader::pop(thread_state& t, std::int64_t end_ms, const log_line* retu
   t.stack.pop_back();
   if (!t.stack.empty()) t.stack.back().children_ms += c.duration();
   parameter_bytes_ -= f.parameters_size;
+  --open_calls_;
   t.parameters.resize(f.parameters_at);
 }
 

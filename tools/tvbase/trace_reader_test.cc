@@ -488,6 +488,25 @@ TEST(CallReader, KeepsToItsLimitsAndCountsWhatItLeftOut) {
   EXPECT_EQ(reader.function_count(), 3u);  // Alph, Beta and the pool
 }
 
+TEST(CallReader, OpenCallsOfAllThreadsHaveALimit) {
+  call_reader::limits limits;
+  limits.open_calls = 3;
+  call_reader reader(limits);
+  recorder r;
+  for (const std::string& line :
+       {at(0, 1, 0, "A(  )"), at(0, 2, 0, "B(  )"), at(0, 1, 1, "C(  )"), at(0, 2, 1, "D(  )"),
+        at(1, 1, 2, "C return"), at(2, 2, 1, "E(  )"), at(3, 2, 2, "E return")}) {
+    reader.feed(parse_line(line), r);
+  }
+  reader.finish(r);
+  // D is one too many; once C has ended, E has room.
+  const std::vector<std::string> expected = {"C 0-1 d2 t1 [] tag 102", "E 2-3 d2 t2 [] tag 103",
+                                             "A 0-1 d1 t1 [] children 1 self 0 no-return tag 100",
+                                             "B 0-3 d1 t2 [] children 1 self 2 no-return tag 101"};
+  EXPECT_EQ(only_calls(r.events), expected);
+  EXPECT_EQ(reader.totals().dropped_calls, 1u);
+}
+
 TEST(CallReader, StartsEachLogAfreshButKeepsTheNames) {
   call_reader reader;
   recorder r;
