@@ -12,37 +12,11 @@
 
 #include <fmt/format.h>
 
+#include "utf8_sequence.h"
+
 namespace trace_tools {
 
 namespace {
-
-// The length of the UTF-8 sequence at `p` (of `n` bytes) and its code point,
-// or 0 if it is no valid sequence.
-std::size_t utf8_at(const unsigned char* p, std::size_t n, std::uint32_t& cp) {
-  const unsigned char lead = p[0];
-  if (lead < 0x80) {
-    cp = lead;
-    return 1;
-  }
-  std::size_t length;
-  std::uint32_t least;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2, cp = lead & 0x1Fu, least = 0x80;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3, cp = lead & 0x0Fu, least = 0x800;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4, cp = lead & 0x07u, least = 0x10000;
-  } else {
-    return 0;
-  }
-  if (n < length) return 0;
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((p[i] & 0xC0) != 0x80) return 0;
-    cp = cp << 6 | (p[i] & 0x3Fu);
-  }
-  if (cp < least || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
-  return length;
-}
 
 void append_unit(std::string& out, std::uint32_t unit) {
   static constexpr char kHex[] = "0123456789abcdef";
@@ -576,7 +550,7 @@ void append_json_string(std::string& out, std::string_view bytes) {
       continue;
     }
     std::uint32_t cp = 0;
-    const std::size_t length = utf8_at(p + i, n - i, cp);
+    const std::size_t length = cli::utf8_sequence(p + i, n - i, cp);
     if (length == 0) {
       append_unit(out, 0xFFFD);
       ++i;
@@ -601,14 +575,14 @@ void append_xml_text(std::string& out, std::string_view bytes, std::size_t chara
   std::size_t total = 0;
   for (std::size_t i = 0; i < n; ++total) {
     std::uint32_t cp = 0;
-    i += std::max<std::size_t>(utf8_at(p + i, n - i, cp), 1);
+    i += std::max<std::size_t>(cli::utf8_sequence(p + i, n - i, cp), 1);
   }
   std::size_t keep = total;
   if (total > characters) keep = characters >= 2 ? characters - 2 : 0;
   std::size_t i = 0;
   for (std::size_t written = 0; written < keep; ++written) {
     std::uint32_t cp = 0;
-    const std::size_t length = utf8_at(p + i, n - i, cp);
+    const std::size_t length = cli::utf8_sequence(p + i, n - i, cp);
     if (length == 0 || (cp < 0x20 && cp != '\t') || cp == 0x7F || cp == 0xFFFE || cp == 0xFFFF) {
       out += "\xEF\xBF\xBD";
     } else {
