@@ -60,26 +60,40 @@ std::int64_t days_from_civil(int year, int month, int day) {
   return static_cast<std::int64_t>(era) * 146097 + day_of_era - 719468;
 }
 
-// The head at the start of `s`: time, thread and mark.
+// The head at the start of `s`: time, thread and mark. The lines of a log
+// mostly share their second with the line before, so the milliseconds of
+// the last "dd/mm/yyyy hh:mm:ss" seen are kept and only a new one is worked
+// out.
 bool read_head(std::string_view s, log_line& out) {
+  constexpr std::size_t kSecond = 19;  // "dd/mm/yyyy hh:mm:ss"
+  struct second_cache {
+    char text[kSecond] = {};
+    std::int64_t ms = 0;
+    bool valid = false;
+  };
+  thread_local second_cache last;
   if (s.size() < kHeadSize) return false;
   const char* p = s.data();
-  if (p[2] != '/' || p[5] != '/' || p[10] != ' ' || p[13] != ':' || p[16] != ':' || p[19] != '.' ||
-      p[23] != ' ') {
-    return false;
+  if (p[19] != '.' || p[23] != ' ') return false;
+  if (!last.valid || std::memcmp(p, last.text, kSecond) != 0) {
+    if (p[2] != '/' || p[5] != '/' || p[10] != ' ' || p[13] != ':' || p[16] != ':') return false;
+    const int day = decimal(p, 2), month = decimal(p + 3, 2), year = decimal(p + 6, 4);
+    const int hour = decimal(p + 11, 2), minute = decimal(p + 14, 2), second = decimal(p + 17, 2);
+    if (day < 1 || day > 31 || month < 1 || month > 12 || year < 0 || hour < 0 || hour > 23 ||
+        minute < 0 || minute > 59 || second < 0 || second > 60) {
+      return false;
+    }
+    std::memcpy(last.text, p, kSecond);
+    last.valid = true;
+    last.ms =
+        ((days_from_civil(year, month, day) * 24 + hour) * 60 + minute) * 60000 + second * 1000;
   }
-  const int day = decimal(p, 2), month = decimal(p + 3, 2), year = decimal(p + 6, 4);
-  const int hour = decimal(p + 11, 2), minute = decimal(p + 14, 2), second = decimal(p + 17, 2);
   const int milli = decimal(p + 20, 3);
-  if (day < 1 || day > 31 || month < 1 || month > 12 || year < 0 || hour < 0 || hour > 23 ||
-      minute < 0 || minute > 59 || second < 0 || second > 60 || milli < 0) {
-    return false;
-  }
+  if (milli < 0) return false;
   if (!hex8(p + 24, out.thread)) return false;
   if (p[32] != ' ' && p[32] != '!') return false;
   out.marked = p[32] == '!';
-  out.time_ms = ((days_from_civil(year, month, day) * 24 + hour) * 60 + minute) * 60000 +
-                second * 1000 + milli;
+  out.time_ms = last.ms + milli;
   return true;
 }
 

@@ -153,6 +153,39 @@ TEST(ParseLine, TimesCountDaysAcrossMonthsYearsAndMidnight) {
             parse_line("03/03/2026 00:00:00.000 00000001 F(  )").time_ms);
 }
 
+// Lines mostly share their second with the line before; each is read
+// whole all the same.
+TEST(ParseLine, LinesOfOneSecondInARow) {
+  const struct {
+    std::string line;
+    long long ms;  // after 03/02/2026 09:05:07.000, or -1 for unreadable
+  } rows[] = {
+      {"03/02/2026 09:05:07.012 00000001 F(  )", 12},
+      {"03/02/2026 09:05:07.999 00000001 F(  )", 999},
+      {"03/02/2026 09:05:07.0x2 00000001 F(  )", -1},
+      {"03/02/2026 09:05:07.013 0000000g F(  )", -1},
+      {"03/02/2026 09:05:07.013 00000001?F(  )", -1},
+      {"03/02/2026 09:05:07,013 00000001 F(  )", -1},
+      {"03/02/2026 09:05:07.013 00000001 F(  )", 13},
+      {"03/02/2026 09:05:08.000 00000001 F(  )", 1000},
+      {"04/02/2026 09:05:07.000 00000001 F(  )", 86400000},
+      {"03/02/2026 09:05:07.000 00000001 F(  )", 0},
+      {"03/02/2026 09:05:7a.000 00000001 F(  )", -1},
+      {"03/02/2026 09:05:07.001 00000001 F(  )", 1},
+  };
+  const std::int64_t base = parse_line("03/02/2026 09:05:07.000 00000001 F(  )").time_ms;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.line);
+    const log_line l = parse_line(row.line);
+    if (row.ms < 0) {
+      EXPECT_EQ(l.kind, line_kind::unreadable);
+    } else {
+      ASSERT_EQ(l.kind, line_kind::enter);
+      EXPECT_EQ(l.time_ms - base, row.ms);
+    }
+  }
+}
+
 struct split_row {
   std::string line;
   std::size_t expected;
