@@ -377,6 +377,14 @@ std::optional<std::uint32_t> call_reader::lookup(std::string_view name) const {
   return pooled_;
 }
 
+bool call_reader::ends(const frame& f, std::string_view name) const {
+  // Mostly the very name of the call on top, which saves the hashing.
+  name = name.substr(0, limits_.name_bytes);
+  if (names_[f.function] == name) return true;
+  const std::optional<std::uint32_t> function = lookup(name);
+  return function && *function == f.function;
+}
+
 void call_reader::note_time(thread_state& t, std::int64_t time_ms) {
   if (!counts_.any_time) {
     counts_.any_time = true;

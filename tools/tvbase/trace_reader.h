@@ -284,6 +284,8 @@ class call_reader {
   thread_state* thread_for(std::uint32_t id, bool& created);
   std::uint32_t intern(std::string_view name);
   std::optional<std::uint32_t> lookup(std::string_view name) const;
+  // Whether a return line of `name` can end the call `f`.
+  bool ends(const frame& f, std::string_view name) const;
   void note_time(thread_state& t, std::int64_t time_ms);
   frame& push(thread_state& t, const log_line& line);
   template <class Visitor>
@@ -371,10 +373,9 @@ void call_reader::feed(const log_line& line, Visitor& visitor) {
     case line_kind::exit: {
       ++counts_.returns;
       // The call that this line ends was entered one level further out.
-      const std::optional<std::uint32_t> function = lookup(line.name);
       if (line.depth >= 1) end_above(*t, line.depth - 1, line.time_ms, visitor);
-      if (line.depth >= 1 && function && !t->stack.empty() &&
-          t->stack.back().indent == line.depth - 1 && t->stack.back().function == *function) {
+      if (line.depth >= 1 && !t->stack.empty() && t->stack.back().indent == line.depth - 1 &&
+          ends(t->stack.back(), line.name)) {
         pop(*t, line.time_ms, &line, visitor);
       } else {
         ++counts_.unmatched_returns;
