@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
-#include <limits>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
@@ -18,12 +17,11 @@ namespace trace_tools {
 
 namespace {
 
+// "\uXXXX" of one UTF-16 unit.
 void append_unit(std::string& out, std::uint32_t unit) {
   static constexpr char kHex[] = "0123456789abcdef";
-  const char escape[6] = {
-      '\\',           'u', kHex[unit >> 12 & 15], kHex[unit >> 8 & 15], kHex[unit >> 4 & 15],
-      kHex[unit & 15]};
-  out.append(escape, 6);
+  out += "\\u";
+  for (int shift = 12; shift >= 0; shift -= 4) out += kHex[unit >> shift & 15];
 }
 
 // `text` cut to at most `bytes`, not inside a UTF-8 sequence.
@@ -112,8 +110,8 @@ void print_summary(const std::string& path, const call_reader& calls,
   std::string text = fmt::format("== {}\n", path);
   if (const std::optional<log_name> name = parse_log_name(path))
     text += fmt::format("process {} ({}): ", name->pid, name->program);
-  text +=
-      plural(calls.thread_count(), "thread", "threads") + ", " + plural(n.lines, "line", "lines");
+  text += plural(calls.thread_count(), "thread", "threads") + ", " +
+          plural(n.lines + reading.overlong, "line", "lines");
   if (n.any_time) {
     const std::string first = format_time(n.first_ms), last = format_time(n.last_ms);
     text += fmt::format(", {} to {}", first,
@@ -178,7 +176,8 @@ void print_summary(const std::string& path, const call_reader& calls,
     text +=
         fmt::format("lines of threads past the reader's limit, left out: {}\n", n.dropped_lines);
   if (n.dropped_calls > 0)
-    text += fmt::format("calls deeper than the reader's limit, left out: {}\n", n.dropped_calls);
+    text += fmt::format("calls past the reader's limits on open calls, left out: {}\n",
+                        n.dropped_calls);
   if (n.pooled_calls > 0) {
     text += fmt::format("calls of functions past the reader's limit on names, counted as {}: {}\n",
                         call_reader::kPooledName, n.pooled_calls);
@@ -290,7 +289,6 @@ struct flame_visitor {
   std::vector<std::string> labels;
   std::int32_t log_root = 0;
   std::uint64_t calls = 0, dropped_calls = 0, instant_calls = 0;
-  std::int64_t dropped_ms = 0;
   std::optional<std::int64_t> shortest, longest;
 
   explicit flame_visitor(std::size_t limit) : limit(std::max<std::size_t>(limit, 2)) {
@@ -328,7 +326,6 @@ struct flame_visitor {
     longest = std::max(longest.value_or(d), d);
     if (c.tag < 0) {
       ++dropped_calls;
-      dropped_ms += d;
       return;
     }
     flame_node& node = nodes[static_cast<std::size_t>(c.tag)];
