@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -40,11 +41,23 @@ void drain(int& fd, std::string& text) {
   fd = -1;
 }
 
+// A child of the test ends with it: a test that dies (an assertion in a
+// forked copy, the memory checker running out of memory) must not leave
+// tracers spinning on and filling the disk. The flag survives exec.
+void end_with_parent(pid_t parent) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != parent) ::_exit(127);
+}
+
 }  // namespace
 
 forked_child::forked_child(const std::function<int()>& body) {
+  const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
-  if (pid == 0) ::_exit(body());
+  if (pid == 0) {
+    end_with_parent(parent);
+    ::_exit(body());
+  }
   pid_ = pid;
 }
 
@@ -117,8 +130,10 @@ program::program(std::vector<std::string> words,
                  const std::vector<std::pair<std::string, std::string>>& environment) {
   int out[2], err[2];
   if (words.empty() || ::pipe(out) != 0 || ::pipe(err) != 0) return;
+  const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
   if (pid == 0) {
+    end_with_parent(parent);
     ::dup2(out[1], 1);
     ::dup2(err[1], 2);
     for (int fd : {out[0], out[1], err[0], err[1]}) ::close(fd);
