@@ -1,7 +1,5 @@
 // tvbase form
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -18,27 +16,6 @@ std::pair<std::string, std::string> split_pair(const std::string& text, const ch
   if (at == std::string::npos)
     throw cli::usage_error(std::string(option) + " needs NAME=..., not '" + text + "'");
   return {text.substr(0, at), text.substr(at + 1)};
-}
-
-// Writes the body next to its final place and renames it there, so that a
-// failure leaves no partial file behind.
-void write_body(const std::string& path, const std::vector<unsigned char>& body) {
-  const std::string temporary = path + ".partial";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(body.data()),
-              static_cast<std::streamsize>(body.size()));
-    if (!out.flush()) {
-      std::remove(temporary.c_str());
-      throw cli::failure("cannot write " + path);
-    }
-  }
-  std::error_code error;
-  std::filesystem::rename(temporary, path, error);
-  if (error) {
-    std::remove(temporary.c_str());
-    throw cli::failure("cannot write " + path + ": " + error.message());
-  }
 }
 
 int run_form(cli::args& args) {
@@ -75,7 +52,8 @@ int run_form(cli::args& args) {
   std::string content_type;
   std::vector<unsigned char> body;
   form.finish(content_type, body);
-  write_body(output, body);
+  cli::write_file(output,
+                  std::string_view(reinterpret_cast<const char*>(body.data()), body.size()));
   std::cout << content_type << '\n';
   return cli::kOk;
 }
