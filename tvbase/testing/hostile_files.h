@@ -29,7 +29,7 @@ bool make_folder_chain(const std::string& folder, const std::string& name, int d
                        const std::string& leaf);
 
 // Removes a chain that make_folder_chain made under `folder` (which stays),
-// however deep; false on failure.
+// however deep, with one descriptor at a time; false on failure.
 bool remove_folder_chain(const std::string& folder, const std::string& name,
                          const std::string& leaf);
 
@@ -40,10 +40,23 @@ int open_descriptor_count();
 // system refused. For forked children: it cannot be raised again.
 bool limit_open_descriptors(int count);
 
+// Makes the openat2 system call fail with ENOSYS in this process from now
+// on, as it does on kernels before 5.6 and under container filters that
+// refuse calls they don't know, so that the code paths for such systems run
+// here too. For forked children: it cannot be undone. False if the system
+// refused the filter.
+bool refuse_openat2();
+
+// Whether a child has the openat2 system call, or runs as on a system
+// without it (refuse_openat2).
+enum class openat2 { available, refused };
+
 // Runs `body` in a forked child that the alarm signal ends after `seconds`,
 // so that a body that hangs cannot hold the test: gives its exit code, or -1
-// if it didn't exit normally (the alarm, a crash).
-int in_child_with_alarm(const std::function<int()>& body, unsigned seconds);
+// if it didn't exit normally (the alarm, a crash), or 199 if openat2 could
+// not be refused.
+int in_child_with_alarm(const std::function<int()>& body, unsigned seconds,
+                        openat2 calls = openat2::available);
 
 }  // namespace testing_support
 
