@@ -23,6 +23,10 @@ check 0 "multipart/form-data" form --field user=zoe -o "$form_dir/link"
   { echo "FAIL: tvbase form left files behind: $(ls "$form_dir")"; failures=$((failures + 1)); }
 check 1 - form --field user=zoe -o "$form_dir/no/such/folder/body"
 rm -rf "$form_dir"
+check 1 - form --file "doc=$form_examples/note.txt;type=text/plain"$'\r\nX-Injected: 1' -o "$form_out"
+check 0 "multipart/form-data" form --field $'a"b\r\nc=v' -o "$form_out"
+grep -q 'name="a%22b%0D%0Ac"' "$form_out" ||
+  { echo "FAIL: tvbase form did not escape a name"; failures=$((failures + 1)); }
 check 2 - form --field user=zoe
 check 2 - form --field nothing -o "$form_out"
 rm -f "$form_out"
