@@ -2,7 +2,9 @@
 # Runs the tvbase tool on table rows: expected exit status, expected output
 # (a fixed string that standard output must contain, "" for no output at
 # all, or -), the command line.
-# Argument: the tool. Rows come from the files named after it.
+# Argument: the tool. Rows come from the files named after it. A command
+# that runs for a minute is taken for hung and killed (a guard against a
+# hang, not a measure of speed).
 set -u
 tool=$1
 shift
@@ -11,9 +13,12 @@ check() {
   local status=$1 want=$2
   shift 2
   local out got
-  out=$("$tool" "$@" 2>/dev/null < /dev/null)
+  out=$(timeout -k 5 60 "$tool" "$@" 2>/dev/null < /dev/null)
   got=$?
-  if [[ $got -ne $status ]]; then
+  if [[ $got -eq 124 || $got -eq 137 ]]; then
+    echo "FAIL: tvbase $* hung and was killed"
+    failures=$((failures + 1))
+  elif [[ $got -ne $status ]]; then
     echo "FAIL: tvbase $* exited $got, expected $status"
     failures=$((failures + 1))
   elif [[ -z "$want" && -n "$out" ]]; then

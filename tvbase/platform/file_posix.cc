@@ -6,6 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
 
 namespace platform {
 namespace {
@@ -79,14 +82,26 @@ long read_file_start(const char* path, void* out, std::size_t size) noexcept {
   return static_cast<long>(done);
 }
 
-bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out) {
-  if (path == nullptr) return false;
-  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC, 0);
-  if (fd < 0) return false;
+read_outcome read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out,
+                               std::uint32_t& error) {
+  if (path == nullptr) {
+    error = EINVAL;
+    return read_outcome::cannot_open;
+  }
+  // O_NONBLOCK: opening a FIFO for reading would otherwise wait for a
+  // writer. On a regular file the flag changes nothing.
+  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
+  if (fd < 0) {
+    error = static_cast<std::uint32_t>(errno);
+    return read_outcome::cannot_open;
+  }
   struct stat st;
-  const bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
-                  static_cast<std::uint64_t>(st.st_size) <= limit;
-  if (ok) {
+  read_outcome outcome = read_outcome::done;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    outcome = read_outcome::not_regular;
+  } else if (static_cast<std::uint64_t>(st.st_size) > limit) {
+    outcome = read_outcome::too_large;
+  } else {
     try {
       out.resize(static_cast<std::size_t>(st.st_size));
     } catch (...) {
@@ -97,13 +112,22 @@ bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uin
     while (done < out.size()) {
       const ssize_t n = ::read(fd, out.data() + done, out.size() - done);
       if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        error = static_cast<std::uint32_t>(errno);
+        outcome = read_outcome::read_failed;
+      }
       if (n <= 0) break;
       done += static_cast<std::size_t>(n);
     }
     out.resize(done);
   }
   ::close(fd);
-  return ok;
+  return outcome;
+}
+
+bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out) {
+  std::uint32_t error = 0;
+  return read_regular_file(path, limit, out, error) == read_outcome::done;
 }
 
 unsigned long write_whole_file(const char* path, const void* data, std::size_t size) noexcept {
@@ -121,6 +145,34 @@ unsigned long write_whole_file(const char* path, const void* data, std::size_t s
     done += static_cast<std::size_t>(n);
   }
   if (::close(fd) != 0 && error == 0) error = static_cast<unsigned long>(errno);
+  return error;
+}
+
+unsigned long replace_whole_file(const char* path, const void* data, std::size_t size) noexcept {
+  std::string temporary;
+  try {
+    temporary = std::string(path) + ".XXXXXX";
+  } catch (...) {
+    return ENOMEM;
+  }
+  const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0) return static_cast<unsigned long>(errno);
+  unsigned long error = 0;
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t n = ::write(fd, static_cast<const char*>(data) + done, size - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      error = n < 0 ? static_cast<unsigned long>(errno) : static_cast<unsigned long>(EIO);
+      break;
+    }
+    done += static_cast<std::size_t>(n);
+  }
+  if (error == 0 && ::fsync(fd) != 0) error = static_cast<unsigned long>(errno);
+  if (::close(fd) != 0 && error == 0) error = static_cast<unsigned long>(errno);
+  if (error == 0 && ::rename(temporary.c_str(), path) != 0)
+    error = static_cast<unsigned long>(errno);
+  if (error != 0) ::unlink(temporary.c_str());
   return error;
 }
 
