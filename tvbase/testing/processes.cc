@@ -32,6 +32,19 @@ exit_status status_of(int raw) {
   return s;
 }
 
+// Whether the child `pid` ends within `seconds`; it is not reaped.
+bool ended_within(long pid, int seconds) {
+  for (long waited_ms = 0; waited_ms < seconds * 1000L; waited_ms += 10) {
+    siginfo_t info{};
+    if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_pid != 0) {
+      return true;
+    }
+    ::usleep(10000);
+  }
+  return false;
+}
+
 void drain(int& fd, std::string& text) {
   char buffer[4096];
   for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;)
@@ -65,6 +78,15 @@ exit_status forked_child::wait() {
   return status_;
 }
 
+exit_status forked_child::wait(int seconds) {
+  if (pid_ > 0 && !ended_within(pid_, seconds)) kill();
+  return wait();
+}
+
+bool become_other_user() {
+  return ::setgroups(0, nullptr) == 0 && ::setgid(kOtherUser) == 0 && ::setuid(kOtherUser) == 0;
+}
+
 int in_child(const std::function<int()>& body) {
   forked_child child(body);
   const exit_status s = child.wait();
@@ -78,9 +100,7 @@ std::optional<std::string> as_other_user(const std::function<std::string()>& bod
   const pid_t pid = ::fork();
   if (pid == 0) {
     ::close(fds[0]);
-    if (::setgroups(0, nullptr) != 0 || ::setgid(kOtherUser) != 0 || ::setuid(kOtherUser) != 0) {
-      ::_exit(3);
-    }
+    if (!become_other_user()) ::_exit(3);
     const std::string out = body();
     std::size_t done = 0;
     while (done < out.size()) {
@@ -157,6 +177,14 @@ int program::finish() {
   pid_ = 0;
   status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
   return status_;
+}
+
+int program::finish(int seconds) {
+  if (pid_ <= 0) return status_;
+  // Output is drained only at the end: the programs tests start this way say
+  // little, far less than a pipe holds.
+  if (!ended_within(pid_, seconds)) signal(SIGKILL);
+  return finish();
 }
 
 bool program::wait_for(int fd, std::string& read, const std::string& text, int seconds) {

@@ -45,6 +45,9 @@ class forked_child {
   void kill();
   // Waits for the end (once; later calls give the same).
   exit_status wait();
+  // The same, but a child still running after `seconds` is killed first: a
+  // guard against a hang, never a measure of time.
+  exit_status wait(int seconds);
 
  private:
   long pid_ = -1;
@@ -77,6 +80,9 @@ class program {
   // Waits for the end; gives the exit status, or 128 + the signal that
   // ended it.
   int finish();
+  // The same, but a program still running after `seconds` is killed first:
+  // a guard against a hang, never a measure of time.
+  int finish(int seconds);
   const std::string& out() const { return out_text_; }
   const std::string& err() const { return err_text_; }
 
@@ -96,6 +102,10 @@ inline constexpr unsigned kOtherUser = 65534;
 // process can't make such a child (it doesn't run as root): the caller skips.
 // A body that dies or exits early gives "<child ended: ...>".
 std::optional<std::string> as_other_user(const std::function<std::string()>& body);
+
+// Gives up root for kOtherUser in this process (a forked child); false if
+// that failed.
+bool become_other_user();
 
 // Runs a program to its end, on this process's standard streams, started as
 // cheaply as the system allows (the peer runs of the benchmarks). `words[0]`
