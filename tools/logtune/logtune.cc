@@ -1,6 +1,6 @@
 // logtune: switches the call trace of programs that use the library on and
 // off from outside them, through TvLog.cfg beside a program or the record
-// shared by all processes.
+// shared by one user's processes.
 //
 // It needs the frame's internals (a raw look at the shared record, the
 // recovery of a lock word left held by a dead process), which the shared
@@ -18,6 +18,7 @@
 
 #include <tvbase/frame/shared_data.h>
 #include <tvbase/platform/file.h>
+#include <tvbase/platform/user.h>
 #include <tvbase/trace/func_log.h>
 #include <tvbase/trace/log_cfg.h>
 
@@ -29,16 +30,19 @@ constexpr std::string_view kUsage =
     R"(usage: logtune COMMAND [OPTIONS]
 
 Switches the call trace of programs that use TvBase on or off. A program
-reads its configuration once, when it starts: from the record shared by all
-processes if that is set, else from TvLog.cfg in the program's folder.
+reads its configuration once, when it starts: from the record shared by its
+user's processes if that is set, else from TvLog.cfg in the program's folder.
 
 commands:
   save PATH [FIELDS]  write the 4,880-byte record to PATH (e.g. <dir>/TvLog.cfg)
-  set [FIELDS]        put the record into the block shared by all processes
-  clear               mark the shared record not set
-  show [PATH]         print the shared record's state (not set, set, damaged)
+  set [FIELDS]        put the record into your shared block
+  clear               mark your shared record not set
+  show [PATH]         print your shared record's state (not set, set, damaged)
                       and fields, or those of the record in the file PATH
-  unlock              force the shared record's lock word back to 0
+  unlock              force your shared record's lock word back to 0
+
+  --user NAME         with set, clear, show and unlock, run by root: act on
+                      the block of user NAME (made for that user if need be)
 
 fields (strings are empty and flags off unless given):
   --folder TEXT       put in front of the log file's name; end a folder with '/'
@@ -49,6 +53,14 @@ fields (strings are empty and flags off unless given):
   --filter1           trace objects of filter class 1 write
   --delete-on-close   remove the log file when the program ends normally
   --debug-echo        send each line to standard error as well
+
+One block per user: the shared record is seen by the processes of one user
+only, and set, clear, show and unlock act on the caller's. To switch the
+trace on for another user's programs, write TvLog.cfg beside them (save), or
+run logtune as root with --user. A log is written only into a folder that
+no other user can add names to or remove names from (owned by the program's
+user or root, and sticky where others may write), never by a set-user-ID
+program, and only that user can read it.
 
 Recovery: set, clear and show wait while another process holds the shared
 record's lock. A lock left held by a process that died is never released;
@@ -110,6 +122,32 @@ void check_lengths(const field_values& v) {
   }
 }
 
+// The shared block that set, clear, show and unlock act on: the caller's, or
+// with --user (root only) that user's. Throws when it can't be had: acting on
+// a block of this process's own would change nothing that any program reads.
+TvSharedData& shared_block(const std::optional<std::string>& user) {
+  if (user) {
+    if (!platform::acts_for_every_user()) {
+      throw cli::failure("--user is for root: other users' blocks are open to them alone");
+    }
+    platform::user_account account;
+    if (!platform::find_user(user->c_str(), account)) {
+      throw cli::failure(fmt::format("there is no user called {}", *user));
+    }
+    if (!frame::attach_shared_data(account)) {
+      throw cli::failure(fmt::format(
+          "the shared block of {} can't be had: an object at its name belongs to another user, "
+          "is open to others, or is held at another size or locked",
+          *user));
+    }
+  } else if (!frame::shared_data_is_shared()) {
+    throw cli::failure(
+        "your shared block can't be had: an object at its name belongs to another user, is "
+        "open to others, or is held at another size or locked");
+  }
+  return *TvGetSharedData();
+}
+
 std::string_view bounded(const char* field, std::size_t size) {
   return {field, ::strnlen(field, size)};
 }
@@ -152,9 +190,10 @@ int run_save(cli::args& args) {
 
 int run_set(cli::args& args) {
   const field_values v = take_fields(args);
+  const std::optional<std::string> user = args.option("user");
   args.positional(0);
   check_lengths(v);
-  if (!trace::SetSharedLogCfg(*TvGetSharedData(), v.fields, notice_waiting)) {
+  if (!trace::SetSharedLogCfg(shared_block(user), v.fields, notice_waiting)) {
     throw cli::failure("the fields don't fit the record");
   }
   std::cout << "shared record set\n";
@@ -162,17 +201,19 @@ int run_set(cli::args& args) {
 }
 
 int run_clear(cli::args& args) {
+  const std::optional<std::string> user = args.option("user");
   args.positional(0);
-  trace::ClearSharedLogCfg(*TvGetSharedData(), notice_waiting);
+  trace::ClearSharedLogCfg(shared_block(user), notice_waiting);
   std::cout << "shared record cleared\n";
   return cli::kOk;
 }
 
 int run_show(cli::args& args) {
+  const std::optional<std::string> user = args.option("user");
   const auto words = args.positional(1);
   TvLogCfg cfg{};
   if (words.empty()) {
-    switch (trace::ReadSharedLogCfg(*TvGetSharedData(), cfg, notice_waiting)) {
+    switch (trace::ReadSharedLogCfg(shared_block(user), cfg, notice_waiting)) {
       case trace::eSharedCfgState::NotSet: std::cout << "shared record: not set\n"; return cli::kOk;
       case trace::eSharedCfgState::Set: std::cout << "shared record: set\n"; break;
       case trace::eSharedCfgState::Damaged:
@@ -182,6 +223,7 @@ int run_show(cli::args& args) {
     print_fields(cfg);
     return cli::kOk;
   }
+  if (user) throw cli::usage_error("--user goes with the shared record, not with a PATH");
   // One byte more than the record, to tell a longer file.
   unsigned char bytes[sizeof(TvLogCfg) + 1];
   const long n = platform::read_file_start(words[0].c_str(), bytes, sizeof bytes);
@@ -208,8 +250,9 @@ int run_show(cli::args& args) {
 }
 
 int run_unlock(cli::args& args) {
+  const std::optional<std::string> user = args.option("user");
   args.positional(0);
-  TvSharedData& shared = *TvGetSharedData();
+  TvSharedData& shared = shared_block(user);
   const bool was_held = shared.lock != 0;
   frame::force_unlock(shared);
   std::cout << (was_held ? "lock word forced back to 0\n" : "lock word was already 0\n");

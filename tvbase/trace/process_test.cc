@@ -2,6 +2,7 @@
 // join this test process's own shared block.
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -12,11 +13,16 @@
 #include <gtest/gtest.h>
 
 #include <tvbase/frame/shared_data.h>
+#include <tvbase/testing/system_objects.h>
 #include <tvbase/trace/func_log.h>
 #include <tvbase/trace/log_cfg.h>
 #include <tvbase/trace/test_support.h>
 
 namespace {
+
+// A hang guard for programs that must end on their own: one killed after
+// this many seconds has hung, however slow the machine.
+constexpr int kHang = 20;
 
 using trace_test::temp_dir;
 
@@ -234,6 +240,84 @@ TEST_F(ProcessTest, NoConfigurationNoLog) {
     EXPECT_EQ(traced.out, "-");
   }
   EXPECT_TRUE(logs().empty());
+}
+
+// Another process of the user holds the guard of the user's shared block
+// (the lock that mapping and unmapping take) and never lets go. Programs
+// still load, end and fork: a load that can't have the block within a short
+// wait goes on with a block of its own, an end lets go without removing it.
+TEST_F(ProcessTest, HeldGuardNeverStopsALoadAnEndOrAFork) {
+  const std::string name = frame::shared_block_object_name();
+  ASSERT_FALSE(name.empty());
+  const std::string go = dir_.path() + "go";
+  trace_test::child loaded({app_, "wait-for", go, "fork"});  // loads before the guard is held
+  ASSERT_TRUE(loaded.wait_for_stdout("\n"));
+  testing_support::shared_object holder(name, testing_support::open_existing);
+  ASSERT_TRUE(holder.is_open());
+  ASSERT_TRUE(holder.hold_guard());
+
+  trace_test::child load({app_, "run", "1"});
+  EXPECT_EQ(load.finish(kHang), 0) << "the load waited for the guard";
+  trace_test::write_file(go, "");
+  EXPECT_EQ(loaded.finish(kHang), 0) << "the fork or an end waited for the guard";
+  EXPECT_TRUE(std::filesystem::exists("/dev/shm" + name));
+}
+
+// Another user makes an object at the name of a user's shared block before
+// that user's program starts: with a record that switches the trace on into
+// a folder of the user's, a distinct counter at its end, or none of it, and
+// cuts it to 0 while the program runs. The program uses a block of its own:
+// it doesn't trace, its distinct numbers start from 1, and nothing faults.
+TEST_F(ProcessTest, AnotherUsersObjectAtTheBlockNameIsNeverUsed) {
+  if (testing_support::effective_uid() != 0) GTEST_SKIP() << "needs root, to act as a second user";
+  const struct {
+    const char* what;
+    std::size_t size;
+    bool record;
+    std::uint64_t counter;
+    bool cut;  // to size 0, once the program has loaded
+  } rows[] = {
+      {"a record and the counter at its end", sizeof(TvSharedData), true, ~0ull, false},
+      {"a record, cut to 0 later", sizeof(TvSharedData), true, 0, true},
+      {"of size 0", 0, false, 0, false},
+  };
+  int i = 0;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    const std::string stem =
+        std::string(frame::shared_block_name()) + "-planted" + std::to_string(i);
+    const std::string name = stem + "-0";  // root's block under that stem
+    const std::string go = dir_.path() + "go" + std::to_string(i++);
+    TvSharedData planted{};
+    if (row.record) {
+      ASSERT_TRUE(
+          trace::SetSharedLogCfg(planted, {logs_.c_str(), false, false, "*", "*", "", true, true}));
+    }
+    planted.distinctCounter = row.counter;
+    const auto made = testing_support::as_other_user([&] {
+      testing_support::shared_object object(name, testing_support::create, 0666);
+      return object.is_open() && object.resize(row.size) &&
+                     (row.size == 0 || object.write(0, &planted, sizeof planted))
+                 ? std::string("made")
+                 : "failed " + std::to_string(object.error());
+    });
+    ASSERT_TRUE(made);
+    ASSERT_EQ(*made, "made");
+    trace_test::child victim({app_, "distinct", go}, {{"TVBASE_TEST_SHARED_BLOCK", stem}});
+    const bool loaded = victim.wait_for_stdout("\n", kHang);
+    if (loaded && row.cut) {
+      const auto cut = testing_support::as_other_user([&] {
+        testing_support::shared_object object(name, testing_support::open_existing);
+        return std::string(object.resize(0) ? "cut" : "not cut");
+      });
+      EXPECT_EQ(cut.value_or(""), "cut");
+    }
+    trace_test::write_file(go, "");
+    EXPECT_EQ(victim.finish(kHang), 0);
+    EXPECT_EQ(victim.out(), "-\n1\n2\n");
+    EXPECT_TRUE(logs().empty());
+    EXPECT_TRUE(testing_support::remove_shared_object(name));
+  }
 }
 
 }  // namespace
