@@ -2,7 +2,8 @@
 #define TVBASE_PLATFORM_FILE_H
 
 // Plain file access for the log configuration and the log file. Descriptors
-// are ints; -1 stands for none. Error codes are the system's (errno).
+// of files and folders are ints; -1 stands for none. Error codes are the
+// system's (errno).
 
 #include <cstddef>
 #include <cstdint>
@@ -10,10 +11,48 @@
 
 namespace platform {
 
-// Creates the log file at `path`, replacing a file of that name, for writing
+// Creates the file at `path`, replacing a file of that name, for writing
 // (mode 0644 before the umask, closed across exec). Never follows a symbolic
-// link planted at the name: that fails. Gives -1 on failure.
+// link planted at the name: that fails. Gives -1 on failure. For a path that
+// the caller chose itself (tests, benchmarks); the log file is made with
+// create_own_file_in.
 int create_log_file(const char* path) noexcept;
+
+// A folder, opened to act on the names in it: what is looked at and made
+// through the descriptor is in the same folder, whatever happens to `path`
+// meanwhile. Links in `path` are followed. Gives -1 on failure.
+int open_folder(const char* path) noexcept;
+void close_folder(int folder) noexcept;
+
+// Who owns a folder, and who else may change the names in it.
+struct folder_access {
+  bool owner_is_me = false;    // the effective user owns it
+  bool owner_is_root = false;  // the system's administrator owns it
+  // Users other than the owner may make new names in it (group or world
+  // write permission)...
+  bool others_may_add = false;
+  // ...and may also remove or rename names that are not theirs (no sticky
+  // bit).
+  bool others_may_replace = false;
+};
+[[nodiscard]] bool folder_access_of(int folder, folder_access& out) noexcept;
+
+// Removes the name `name` in `folder`: a file, or a link itself, never a
+// folder and never a link's target. False if nothing was removed.
+bool remove_in_folder(int folder, const char* name) noexcept;
+
+// Creates a new file called `name` in `folder`, for writing, that only the
+// effective user may open (mode 0600), closed across exec. Fails at once,
+// opening nothing, if anything at all stands at that name: a file, a link,
+// a pipe. Gives -1 on failure.
+int create_own_file_in(int folder, const char* name) noexcept;
+
+// What an open file is.
+struct file_facts {
+  bool regular = false;      // a regular file (no pipe, device or folder)
+  bool owner_is_me = false;  // the effective user owns it
+};
+[[nodiscard]] bool file_facts_of(int file, file_facts& out) noexcept;
 
 // Writes `text` and then `tail` with one system call, to the file's current
 // end. The result is not reported: a line that can't be written (a full disk,

@@ -61,6 +61,45 @@ void close_file(int file) noexcept {
 
 bool remove_file(const char* path) noexcept { return ::unlink(path) == 0; }
 
+int open_folder(const char* path) noexcept {
+  return open_retry(path, O_PATH | O_DIRECTORY | O_CLOEXEC, 0);
+}
+
+void close_folder(int folder) noexcept {
+  if (folder >= 0) ::close(folder);
+}
+
+bool folder_access_of(int folder, folder_access& out) noexcept {
+  struct stat info {};
+  if (::fstat(folder, &info) != 0 || !S_ISDIR(info.st_mode)) return false;
+  out.owner_is_me = info.st_uid == ::geteuid();
+  out.owner_is_root = info.st_uid == 0;
+  out.others_may_add = (info.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  out.others_may_replace = out.others_may_add && (info.st_mode & S_ISVTX) == 0;
+  return true;
+}
+
+bool remove_in_folder(int folder, const char* name) noexcept {
+  return ::unlinkat(folder, name, 0) == 0;
+}
+
+int create_own_file_in(int folder, const char* name) noexcept {
+  int fd;
+  do {
+    fd = ::openat(folder, name, O_CREAT | O_EXCL | O_NOFOLLOW | O_NONBLOCK | O_WRONLY | O_CLOEXEC,
+                  0600);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+bool file_facts_of(int file, file_facts& out) noexcept {
+  struct stat info {};
+  if (::fstat(file, &info) != 0) return false;
+  out.regular = S_ISREG(info.st_mode);
+  out.owner_is_me = info.st_uid == ::geteuid();
+  return true;
+}
+
 long read_file_start(const char* path, void* out, std::size_t size) noexcept {
   const int fd = open_retry(path, O_RDONLY | O_CLOEXEC, 0);
   if (fd < 0) return -1;

@@ -29,7 +29,7 @@ struct TvLogThreadState;
 //
 // (date, time, thread, "!" while an exception is in flight, 4 blanks per
 // level). Whether a process traces is decided once, at load, from TvLog.cfg
-// beside the program or from the record shared by all processes (see
+// beside the program or from the record shared by the user's processes (see
 // SaveLogCfg and SetSharedLogCfg); without a log file every call costs a
 // thread-local lookup and a counter. The object keeps `name` as a pointer:
 // the text must outlive it. Nothing here throws or reports a failure: a
@@ -121,9 +121,10 @@ class TVBASE_EXPORT TvFuncLog {
                                        bool debugEcho, const char* programs, const char* users,
                                        const char* options, bool filter0, bool filter1,
                                        unsigned long* error) noexcept;
-  // Replaces the record shared by all processes; false, changing nothing, if
-  // a string is too long. Waits, 100 ms at a time, while another process
-  // holds the shared record's lock.
+  // Replaces the record shared by the processes of this process's user (one
+  // record per user, never one that other users' programs read); false,
+  // changing nothing, if a string is too long. Waits, 100 ms at a time, while
+  // another process holds the shared record's lock.
   [[nodiscard]] static bool SetSharedLogCfg(const char* logFolder, bool deleteOnClose,
                                             bool debugEcho, const char* programs, const char* users,
                                             const char* options, bool filter0,

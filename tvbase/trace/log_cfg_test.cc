@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -220,7 +221,7 @@ class DecideActivationTest : public ::testing::Test {
 
   trace::ActivationEnv env(const std::string& program) {
     program_ = dir_.path() + program;
-    return {program_.c_str(), alice, 4242, fixed_time};
+    return {program_.c_str(), alice, 4242, fixed_time, false};
   }
   void save(const LogCfgFields& fields) {
     trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(filled(fields)));
@@ -404,6 +405,41 @@ TEST_F(DecideActivationTest, LogTuneIgnoresEvenTheSharedRecord) {
   EXPECT_FALSE(decide(env("LOGTUNE")));
   EXPECT_FALSE(decide(env("LogTune.exe")));
   EXPECT_EQ(shared_.cfgSet, 1u);
+}
+
+// A process that runs with rights its starter may lack never traces, and
+// never touches the shared record: not even a damaged one is cleared.
+TEST_F(DecideActivationTest, SecureExecutionNeverTraces) {
+  const struct {
+    const char* what;
+    bool shared, damaged, locked;
+  } rows[] = {
+      {"the file alone", false, false, false},
+      {"a shared record", true, false, false},
+      {"a damaged shared record", true, true, false},
+      {"a locked shared record", true, false, true},
+  };
+  save(all_on());
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    shared_ = TvSharedData{};
+    if (row.shared) {
+      ASSERT_TRUE(trace::SetSharedLogCfg(shared_, all_on("/shared/")));
+    }
+    if (row.damaged) trace::SharedLogCfg(shared_).version = 2;
+    shared_.lock = row.locked ? 1 : 0;
+    trace::ActivationEnv e = env("app");
+    ASSERT_TRUE(decide(e)) << "traces when not secure";
+    if (row.damaged) {
+      ASSERT_TRUE(trace::SetSharedLogCfg(shared_, all_on("/shared/")));
+      trace::SharedLogCfg(shared_).version = 2;
+    }
+    e.secureExecution = true;
+    EXPECT_FALSE(decide(e));
+    EXPECT_STREQ(decision_.fileName, "");
+    EXPECT_EQ(shared_.cfgSet, row.shared ? 1u : 0u);
+    EXPECT_EQ(shared_.lock, row.locked ? 1u : 0u);
+  }
 }
 
 // ---------------------------------------------------------------------------

@@ -320,4 +320,36 @@ TEST_F(ProcessTest, AnotherUsersObjectAtTheBlockNameIsNeverUsed) {
   }
 }
 
+// A set-user-ID program never traces, whatever the configuration says: a
+// trace shows the texts its functions are given, to whoever chose the log's
+// folder. The same program without the bit, run by the same user, does.
+TEST_F(ProcessTest, SetUserIdProgramNeverTraces) {
+  if (testing_support::effective_uid() != 0) GTEST_SKIP() << "needs root, to act as a second user";
+  const std::string open_logs = dir_.path() + "open/";
+  ASSERT_TRUE(std::filesystem::create_directory(open_logs));
+  ASSERT_TRUE(testing_support::set_mode(open_logs, 01777));
+  unsigned long error = 1;
+  ASSERT_TRUE(TvFuncLog::SaveLogCfg((dir_.path() + "TvLog.cfg").c_str(), open_logs.c_str(), false,
+                                    false, "app", "*", "", true, true, &error));
+  ASSERT_EQ(error, 0u);
+  const auto run_as_other = [this] {
+    return testing_support::as_other_user([this] {
+      trace_test::child c({app_, "run", "1"});
+      const int status = c.finish(kHang);
+      return std::to_string(status) + " " + c.out();
+    });
+  };
+  const auto plain = run_as_other();
+  ASSERT_TRUE(plain);
+  EXPECT_EQ(plain->rfind("0 " + open_logs + "app.", 0), 0u) << *plain;
+  const std::size_t logs_before = trace_test::files_in(open_logs).size();
+  EXPECT_EQ(logs_before, 1u);
+
+  ASSERT_TRUE(testing_support::set_mode(app_, 04755));
+  const auto set_user_id = run_as_other();
+  ASSERT_TRUE(set_user_id);
+  EXPECT_EQ(*set_user_id, "0 -\n");
+  EXPECT_EQ(trace_test::files_in(open_logs).size(), logs_before);
+}
+
 }  // namespace
