@@ -224,9 +224,13 @@ int run_show(cli::args& args) {
     return cli::kOk;
   }
   if (user) throw cli::usage_error("--user goes with the shared record, not with a PATH");
-  // One byte more than the record, to tell a longer file.
+  // One byte more than the record, to tell a longer file. A pipe or device
+  // is never read: it could keep logtune waiting.
   unsigned char bytes[sizeof(TvLogCfg) + 1];
   const long n = platform::read_file_start(words[0].c_str(), bytes, sizeof bytes);
+  if (n == platform::kNotRegularFile) {
+    throw cli::failure(fmt::format("cannot read {}: not a regular file", words[0]));
+  }
   if (n < 0) {
     throw cli::failure(fmt::format("cannot read {}: {}", words[0], std::strerror(errno)));
   }

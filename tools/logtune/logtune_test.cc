@@ -46,6 +46,8 @@ TEST_F(LogTuneTest, UsageAndFailures) {
   trace_test::write_file(existing, "keep");
   const std::string short_file = dir_.path() + "short.cfg";
   trace_test::write_file(short_file, std::string(4879, '\0'));
+  const std::string fifo = dir_.path() + "fifo.cfg";
+  ASSERT_TRUE(testing_support::make_fifo(fifo));
   const struct {
     std::vector<std::string> words;
     int status;
@@ -75,6 +77,8 @@ TEST_F(LogTuneTest, UsageAndFailures) {
       {{"show", dir_.path() + "missing.cfg"}, 1, "", "cannot read"},
       {{"show", short_file}, 0, "not valid (4879 bytes, a record has 4880)", ""},
       {{"show", existing}, 0, "not valid (4 bytes", ""},
+      {{"show", fifo}, 1, "", "cannot read " + fifo + ": not a regular file"},
+      {{"show", dir_.path()}, 1, "", "not a regular file"},
       {{"show", existing, "--user", "root"}, 2, "", "--user goes with the shared record"},
       {{"save", existing, "--user", "root"}, 2, "", "unknown option --user"},
       {{"set", "--user", "no-such-user-here"}, 1, "", "there is no user called no-such-user-here"},

@@ -68,9 +68,12 @@ void close_file(int file) noexcept;
 // Removes the file called `path`; false if that failed.
 bool remove_file(const char* path) noexcept;
 
-// Reads up to `size` bytes from the start of the file at `path`. Gives the
-// number read, which is less than `size` only at the file's end, or -1 if
-// the file can't be opened or read.
+// Reads up to `size` bytes from the start of the regular file at `path`.
+// Gives the number read, which is less than `size` only at the file's end;
+// -1 if the file can't be opened or read (errno tells why); or
+// kNotRegularFile for a pipe, a device or a folder, which is opened without
+// waiting for a writer and never read.
+inline constexpr long kNotRegularFile = -2;
 long read_file_start(const char* path, void* out, std::size_t size) noexcept;
 
 // Reads the whole of the regular file at `path` into `out`. False if `path`
@@ -80,9 +83,12 @@ long read_file_start(const char* path, void* out, std::size_t size) noexcept;
 // out this throws std::bad_alloc, having closed the file.
 bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out);
 
-// Creates or replaces the file at `path` with the `size` bytes at `data`.
-// Gives 0, or the system's error code of the create or the write that
-// failed.
+// Creates or replaces the file at `path` with the `size` bytes at `data`
+// (mode 0666 before the umask): writes a new file of a passing name in the
+// same folder and renames it to `path`, so that a reader sees the old bytes
+// or the new, and a link standing at `path` is replaced, never followed.
+// Gives 0, or the system's error code of the step that failed (EISDIR for a
+// `path` that ends in '/' or names a folder); the passing file is gone then.
 unsigned long write_whole_file(const char* path, const void* data, std::size_t size) noexcept;
 
 // Writes `text` and then `tail` to standard error with one system call.

@@ -5,7 +5,11 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
 
 namespace platform {
 namespace {
@@ -42,6 +46,51 @@ int open_retry(const char* path, int flags, mode_t mode) {
     fd = ::open(path, flags, mode);
   } while (fd < 0 && errno == EINTR);
   return fd;
+}
+
+// The folder part of `path` (up to its last '/', or "." without one) and
+// where the last name starts.
+std::string folder_of(const char* path, const char*& name) {
+  const char* slash = std::strrchr(path, '/');
+  if (slash == nullptr) {
+    name = path;
+    return ".";
+  }
+  name = slash + 1;
+  return slash == path ? std::string("/") : std::string(path, slash);
+}
+
+// Writes everything, or sets `error` to the code of the write that failed.
+void write_all(int fd, const void* data, std::size_t size, int& error) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t n = ::write(fd, static_cast<const char*>(data) + done, size - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      error = n < 0 ? errno : EIO;
+      return;
+    }
+    done += static_cast<std::size_t>(n);
+  }
+}
+
+// A new file of a passing name in `folder`, made exclusively; its name goes
+// to `name`.
+int create_passing_file(int folder, char (&name)[64]) {
+  static std::atomic<unsigned> counter{0};
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    struct timespec clock {};
+    ::clock_gettime(CLOCK_MONOTONIC, &clock);
+    std::snprintf(name, sizeof name, ".tvbase-%ld-%u-%lx.new", static_cast<long>(::getpid()),
+                  counter.fetch_add(1, std::memory_order_relaxed),
+                  static_cast<unsigned long>(clock.tv_nsec));
+    int fd;
+    do {
+      fd = ::openat(folder, name, O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0666);
+    } while (fd < 0 && errno == EINTR);
+    if (fd >= 0 || errno != EEXIST) return fd;
+  }
+  return -1;
 }
 
 }  // namespace
@@ -101,8 +150,16 @@ bool file_facts_of(int file, file_facts& out) noexcept {
 }
 
 long read_file_start(const char* path, void* out, std::size_t size) noexcept {
-  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC, 0);
+  // Without O_NONBLOCK, opening a pipe waits for a writer.
+  const int fd = open_retry(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC, 0);
   if (fd < 0) return -1;
+  struct stat info {};
+  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    const int error = errno;
+    ::close(fd);
+    errno = error;
+    return kNotRegularFile;
+  }
   std::size_t done = 0;
   while (done < size) {
     const ssize_t n = ::read(fd, static_cast<char*>(out) + done, size - done);
@@ -146,21 +203,30 @@ bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uin
 }
 
 unsigned long write_whole_file(const char* path, const void* data, std::size_t size) noexcept {
-  const int fd = open_retry(path, O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0666);
-  if (fd < 0) return static_cast<unsigned long>(errno);
-  unsigned long error = 0;
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t n = ::write(fd, static_cast<const char*>(data) + done, size - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      error = n < 0 ? static_cast<unsigned long>(errno) : static_cast<unsigned long>(EIO);
-      break;
-    }
-    done += static_cast<std::size_t>(n);
+  if (*path == 0) return ENOENT;
+  const char* name = nullptr;
+  std::string folder_path;
+  try {
+    folder_path = folder_of(path, name);
+  } catch (...) {
+    return ENOMEM;
   }
-  if (::close(fd) != 0 && error == 0) error = static_cast<unsigned long>(errno);
-  return error;
+  if (*name == 0) return EISDIR;
+  const int folder = open_folder(folder_path.c_str());
+  if (folder < 0) return static_cast<unsigned long>(errno);
+  char passing[64];
+  const int fd = create_passing_file(folder, passing);
+  int error = fd < 0 ? errno : 0;
+  if (fd >= 0) {
+    write_all(fd, data, size, error);
+    if (::close(fd) != 0 && error == 0) error = errno;
+    // rename replaces whatever stands at the name, a link included, and
+    // follows nothing.
+    if (error == 0 && ::renameat(folder, passing, folder, name) != 0) error = errno;
+    if (error != 0) ::unlinkat(folder, passing, 0);
+  }
+  ::close(folder);
+  return static_cast<unsigned long>(error);
 }
 
 void write_stderr(const char* text, std::size_t length, const char* tail,

@@ -113,10 +113,12 @@ class TVBASE_EXPORT TvFuncLog {
   // The configuration record. They use no field of the object. No string may
   // be null (a null is taken as an empty text).
   //
-  // Writes the 4,880-byte record to `path`, replacing the file. The result
-  // says whether the strings fit: false with error 160 when one is too long
-  // (the file is not touched). `*error` (if `error` isn't null) is then 0, or
-  // the system's code for a create or write that failed.
+  // Writes the 4,880-byte record to `path`, replacing the file: through a
+  // new file in the same folder renamed into place, so a link at `path` is
+  // replaced and never followed. The result says whether the strings fit:
+  // false with error 160 when one is too long (the file is not touched).
+  // `*error` (if `error` isn't null) is then 0, or the system's code for a
+  // create, write or rename that failed.
   [[nodiscard]] static bool SaveLogCfg(const char* path, const char* logFolder, bool deleteOnClose,
                                        bool debugEcho, const char* programs, const char* users,
                                        const char* options, bool filter0, bool filter1,

@@ -139,8 +139,9 @@ struct ActivationDecision {
 // with secureExecution never traces and reads nothing: a trace shows the
 // texts its functions are given, and the log's folder comes from a record
 // that its starter may have written. On Linux the program's file name
-// follows the last '/', "TvLog.cfg" is looked for in the program's folder,
-// and a program called "LogTune" or "LogTune.exe" (in any case) never traces. A
+// follows the last '/', "TvLog.cfg" is looked for in the program's folder
+// (only a regular file is read; a pipe there is never waited for), and a
+// program called "LogTune" or "LogTune.exe" (in any case) never traces. A
 // valid shared record that is set and not locked wins over the file; a
 // damaged one is cleared. The shared record is the one of the process's
 // user (see <tvbase/frame/shared_data.h>).
