@@ -460,6 +460,25 @@ class SinkTest : public ::testing::Test {
            " 03-02-2026 09.05.07.012.log";
   }
 
+  // In a forked child that runs as root (`user` 0) or as the second user:
+  // builds the sink as at load, as process `pid` (0: the child's own number),
+  // writes a line and takes it down. Exit code 1 if there was a log file,
+  // else 0; killed after kHang seconds if the load never ends.
+  testing_support::exit_status build_as(unsigned user, unsigned long pid) {
+    testing_support::forked_child child([&] {
+      if (user != 0 && !testing_support::become_other_user()) return 9;
+      trace::ActivationEnv e = env();
+      if (pid != 0) e.processId = pid;
+      TvLogSink sink;
+      sink.Build(trace::DecideActivation(shared_, e));
+      sink.Write("line", 4);
+      const bool made = sink.file >= 0;
+      sink.TakeDown();
+      return made ? 1 : 0;
+    });
+    return child.wait(kHang);
+  }
+
   temp_dir dir_;
   std::string program_;
   TvSharedData shared_{};
@@ -559,16 +578,7 @@ TEST_F(SinkTest, LogsOnlyIntoFoldersThatOthersCannotChange) {
     ASSERT_TRUE(trace::FillLogCfg(cfg, {folder.c_str(), false, false, "*", "*", "", true, true}));
     trace_test::write_file(dir_.path() + "TvLog.cfg",
                            std::string(reinterpret_cast<const char*>(&cfg), sizeof cfg));
-    testing_support::forked_child victim([&] {
-      if (row.victim != kRoot && !testing_support::become_other_user()) return 9;
-      TvLogSink sink;
-      sink.Build(trace::DecideActivation(shared_, env()));
-      sink.Write("line", 4);
-      const bool made = sink.file >= 0;
-      sink.TakeDown();
-      return made ? 1 : 0;
-    });
-    const testing_support::exit_status status = victim.wait(kHang);
+    const testing_support::exit_status status = build_as(row.victim, 0);
     ASSERT_TRUE(status.exited);
     EXPECT_EQ(status.code, row.log ? 1 : 0);
     const std::vector<std::string> names = trace_test::files_in(folder);
@@ -632,18 +642,7 @@ TEST_F(SinkTest, PlantedNamesNeverGetTheTrace) {
     }
     ASSERT_TRUE(testing_support::set_owner(name, row.planter));
     const testing_support::file_status before = testing_support::status_of(name);
-    testing_support::forked_child victim([&] {
-      if (row.victim != kRoot && !testing_support::become_other_user()) return 9;
-      trace::ActivationEnv e = env();
-      e.processId = 4242;
-      TvLogSink sink;
-      sink.Build(trace::DecideActivation(shared_, e));
-      sink.Write("line", 4);
-      const bool made = sink.file >= 0;
-      sink.TakeDown();
-      return made ? 1 : 0;
-    });
-    const testing_support::exit_status status = victim.wait(kHang);
+    const testing_support::exit_status status = build_as(row.victim, 4242);
     ASSERT_TRUE(status.exited) << "the load waited on what was planted";
     EXPECT_EQ(status.code, row.replaced ? 1 : 0);
     const testing_support::file_status after = testing_support::status_of(name);
