@@ -139,6 +139,7 @@ program::program(std::vector<std::string> words,
   if (words.empty() || ::pipe(out) != 0 || ::pipe(err) != 0) return;
   const pid_t pid = ::fork();
   if (pid == 0) {
+    ::setpgid(0, 0);  // a group of its own, which finish(seconds) can end whole
     ::dup2(out[1], 1);
     ::dup2(err[1], 2);
     for (int fd : {out[0], out[1], err[0], err[1]}) ::close(fd);
@@ -150,6 +151,7 @@ program::program(std::vector<std::string> words,
     ::_exit(127);
   }
   pid_ = pid;
+  if (pid > 0) ::setpgid(pid, pid);  // as the child does: whichever comes first
   ::close(out[1]);
   ::close(err[1]);
   out_ = out[0];
@@ -182,8 +184,12 @@ int program::finish() {
 int program::finish(int seconds) {
   if (pid_ <= 0) return status_;
   // Output is drained only at the end: the programs tests start this way say
-  // little, far less than a pipe holds.
-  if (!ended_within(pid_, seconds)) signal(SIGKILL);
+  // little, far less than a pipe holds. A hung program is killed with its
+  // whole group: a child it made may hold the pipes open.
+  if (!ended_within(pid_, seconds)) {
+    ::kill(-static_cast<pid_t>(pid_), SIGKILL);
+    ::kill(static_cast<pid_t>(pid_), SIGKILL);  // should it hang before it has its group
+  }
   return finish();
 }
 

@@ -80,8 +80,9 @@ class program {
   // Waits for the end; gives the exit status, or 128 + the signal that
   // ended it.
   int finish();
-  // The same, but a program still running after `seconds` is killed first:
-  // a guard against a hang, never a measure of time.
+  // The same, but a program still running after `seconds` is killed first,
+  // with the processes it started (a program runs in a process group of its
+  // own): a guard against a hang, never a measure of time.
   int finish(int seconds);
   const std::string& out() const { return out_text_; }
   const std::string& err() const { return err_text_; }

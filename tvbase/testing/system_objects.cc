@@ -74,6 +74,8 @@ bool shared_object::hold_exclusive_flock() {
   return fd_ >= 0 && ::flock(fd_, LOCK_EX | LOCK_NB) == 0;
 }
 
+bool shared_object::hold_shared_flock() { return fd_ >= 0 && ::flock(fd_, LOCK_SH | LOCK_NB) == 0; }
+
 bool remove_shared_object(const std::string& name) { return ::shm_unlink(name.c_str()) == 0; }
 
 }  // namespace testing_support

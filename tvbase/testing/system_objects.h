@@ -61,6 +61,8 @@ class shared_object {
   // without waiting; both are held until the object is closed.
   bool hold_guard();
   bool hold_exclusive_flock();
+  // Takes a shared flock, as a process that maps the object holds it.
+  bool hold_shared_flock();
 
  private:
   int fd_ = -1;
