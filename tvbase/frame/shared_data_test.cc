@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -325,57 +324,89 @@ bool appears(const std::string& path) {
   return false;
 }
 
-// Another process of the user holds the block's guard, or an exclusive
-// flock on it, for as long as it likes: mapping gives no block, unmapping
-// lets go without removing the object, and a child made by fork() rejoins
-// without a lock of its own. None of them waits for the holder. (The child
-// that does all this is killed after kHang seconds: a hang, never a time.)
-TEST(SharedMemory, HeldLocksNeverStopMapUnmapOrFork) {
-  const struct {
-    const char* what;
-    bool guard;  // else an exclusive flock, taken while nobody holds the block
-  } rows[] = {{"guard", true}, {"exclusive flock", false}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    const std::string name = scratch_name(row.guard ? "held-guard" : "held-flock");
-    const std::string ready = testing::TempDir() + "ready-" + std::to_string(row.guard);
-    std::filesystem::remove(ready);
-    std::optional<mapping> first;
-    if (row.guard) {
-      first.emplace(name);
-      ASSERT_NE(first->bytes(), nullptr);
-    }
-    testing_support::forked_child holder([&] {
-      shared_object object(name,
-                           row.guard ? testing_support::open_existing : testing_support::create);
-      if (!row.guard && !object.resize(4096)) return 1;
-      if (!(row.guard ? object.hold_guard() : object.hold_exclusive_flock())) return 2;
-      std::FILE* flag = std::fopen(ready.c_str(), "w");
-      if (flag != nullptr) std::fclose(flag);
-      for (;;) std::this_thread::sleep_for(std::chrono::seconds(1));
-    });
-    ASSERT_TRUE(appears(ready));
-    testing_support::forked_child actor([&] {
-      if (row.guard) {
-        platform::shared_memory inherited = first->block_;
-        platform::rejoin_shared_memory(inherited, name.c_str(), kPatience);
-        if (inherited.data == nullptr || inherited.object != -1) return 3;
-        platform::unmap_shared_memory(inherited, name.c_str(), kPatience);
-      }
-      mapping again(name);
-      return again.bytes() == nullptr ? 0 : 4;
-    });
-    const testing_support::exit_status acted = actor.wait(kHang);
-    EXPECT_TRUE(acted.exited) << "killed: it waited for the holder";
-    EXPECT_EQ(acted.code, 0);
-    if (row.guard) {
-      platform::unmap_shared_memory(first->block_, name.c_str(), kPatience);
-      EXPECT_TRUE(object_exists(name)) << "removed without the guard";
-    }
-    holder.kill();
-    holder.wait();
-    testing_support::remove_shared_object(name);
+// Makes the file at `path`, for a child to say that it is ready.
+void say_ready(const std::string& path) {
+  std::FILE* flag = std::fopen(path.c_str(), "w");
+  if (flag != nullptr) std::fclose(flag);
+}
+
+// Another process of the user holds the guard of two blocks (the lock that
+// mapping and unmapping take) for as long as it likes. Mapping gives no
+// block; the last holder's unmapping lets go without removing the object; a
+// child made by fork() rejoins without a lock of its own. None of them waits
+// for the holder: each runs in a child that is killed after kHang seconds (a
+// hang, never a time).
+TEST(SharedMemory, HeldGuardNeverStopsMapUnmapOrFork) {
+  const std::string name = scratch_name("held-guard");
+  const std::string alone = scratch_name("held-guard-alone");
+  const std::string flags =
+      testing::TempDir() + "held-guard-" + std::to_string(platform::process_id());
+  const std::string unmapper_ready = flags + "-unmapper", holder_ready = flags + "-holder",
+                    go = flags + "-go";
+  for (const std::string& flag : {unmapper_ready, holder_ready, go}) std::filesystem::remove(flag);
+  mapping first(name);
+  ASSERT_NE(first.bytes(), nullptr);
+  // The only holder of `alone`, waiting to unmap it once the guard is held.
+  testing_support::forked_child unmapper([&] {
+    mapping only(alone);
+    if (only.bytes() == nullptr) return 1;
+    say_ready(unmapper_ready);
+    if (!appears(go)) return 2;
+    platform::unmap_shared_memory(only.block_, alone.c_str(), kPatience);
+    return 0;
+  });
+  ASSERT_TRUE(appears(unmapper_ready));
+  testing_support::forked_child holder([&] {
+    shared_object one(name, testing_support::open_existing);
+    shared_object other(alone, testing_support::open_existing);
+    if (!one.hold_guard() || !other.hold_guard()) return 1;
+    say_ready(holder_ready);
+    for (;;) std::this_thread::sleep_for(std::chrono::seconds(1));
+  });
+  ASSERT_TRUE(appears(holder_ready));
+  say_ready(go);
+  testing_support::forked_child actor([&] {
+    platform::shared_memory inherited = first.block_;
+    platform::rejoin_shared_memory(inherited, name.c_str(), kPatience);
+    if (inherited.data == nullptr || inherited.object != -1) return 3;
+    platform::unmap_shared_memory(inherited, name.c_str(), kPatience);
+    mapping again(name);
+    return again.bytes() == nullptr ? 0 : 4;
+  });
+  for (testing_support::forked_child* child : {&unmapper, &actor}) {
+    const testing_support::exit_status status = child->wait(kHang);
+    EXPECT_TRUE(status.exited) << "killed: it waited for the holder";
+    EXPECT_EQ(status.code, 0);
   }
+  EXPECT_TRUE(object_exists(alone)) << "removed without the guard";
+  holder.kill();
+  holder.wait();
+  testing_support::remove_shared_object(alone);
+}
+
+// Another process of the user takes an exclusive flock on the object while
+// nobody maps it, and keeps it: a map gives no block, and doesn't wait.
+TEST(SharedMemory, HeldFlockNeverStopsAMap) {
+  const std::string name = scratch_name("held-flock");
+  const std::string ready = testing::TempDir() + "held-flock-ready";
+  std::filesystem::remove(ready);
+  testing_support::forked_child holder([&] {
+    shared_object object(name, testing_support::create);
+    if (!object.resize(4096) || !object.hold_exclusive_flock()) return 1;
+    say_ready(ready);
+    for (;;) std::this_thread::sleep_for(std::chrono::seconds(1));
+  });
+  ASSERT_TRUE(appears(ready));
+  testing_support::forked_child actor([&] {
+    mapping again(name);
+    return again.bytes() == nullptr ? 0 : 4;
+  });
+  const testing_support::exit_status status = actor.wait(kHang);
+  EXPECT_TRUE(status.exited) << "killed: it waited for the holder";
+  EXPECT_EQ(status.code, 0);
+  holder.kill();
+  holder.wait();
+  testing_support::remove_shared_object(name);
 }
 
 unsigned g_attempts = 0;

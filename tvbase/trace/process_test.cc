@@ -264,29 +264,33 @@ TEST_F(ProcessTest, HeldGuardNeverStopsALoadAnEndOrAFork) {
 }
 
 // Another user makes an object at the name of a user's shared block before
-// that user's program starts: with a record that switches the trace on into
-// a folder of the user's, a distinct counter at its end, or none of it, and
-// cuts it to 0 while the program runs. The program uses a block of its own:
-// it doesn't trace, its distinct numbers start from 1, and nothing faults.
+// that user's program starts, and holds it as a process that maps it would:
+// with a record that switches the trace on into a folder of the user's, the
+// distinct counter at its end, or nothing at all, later cut to size 0. The
+// program uses a block of its own: it doesn't trace, its distinct numbers
+// start from 1, and nothing faults.
 TEST_F(ProcessTest, AnotherUsersObjectAtTheBlockNameIsNeverUsed) {
   if (testing_support::effective_uid() != 0) GTEST_SKIP() << "needs root, to act as a second user";
   const struct {
     const char* what;
-    std::size_t size;
     bool record;
     std::uint64_t counter;
     bool cut;  // to size 0, once the program has loaded
   } rows[] = {
-      {"a record and the counter at its end", sizeof(TvSharedData), true, ~0ull, false},
-      {"a record, cut to 0 later", sizeof(TvSharedData), true, 0, true},
-      {"of size 0", 0, false, 0, false},
+      {"a record and the counter at its end", true, ~0ull, false},
+      {"a record, cut to 0 once the program runs", true, 0, true},
+      {"nothing, cut to 0 once the program runs", false, 0, true},
   };
+  const std::string flags = dir_.path() + "flags/";
+  ASSERT_TRUE(std::filesystem::create_directory(flags));
+  ASSERT_TRUE(testing_support::set_mode(flags, 0777));
   int i = 0;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     const std::string stem =
         std::string(frame::shared_block_name()) + "-planted" + std::to_string(i);
     const std::string name = stem + "-0";  // root's block under that stem
+    const std::string ready = flags + "ready" + std::to_string(i);
     const std::string go = dir_.path() + "go" + std::to_string(i++);
     TvSharedData planted{};
     if (row.record) {
@@ -294,15 +298,20 @@ TEST_F(ProcessTest, AnotherUsersObjectAtTheBlockNameIsNeverUsed) {
           trace::SetSharedLogCfg(planted, {logs_.c_str(), false, false, "*", "*", "", true, true}));
     }
     planted.distinctCounter = row.counter;
-    const auto made = testing_support::as_other_user([&] {
+    testing_support::forked_child planter([&] {
+      if (!testing_support::become_other_user()) return 9;
       testing_support::shared_object object(name, testing_support::create, 0666);
-      return object.is_open() && object.resize(row.size) &&
-                     (row.size == 0 || object.write(0, &planted, sizeof planted))
-                 ? std::string("made")
-                 : "failed " + std::to_string(object.error());
+      if (!object.resize(sizeof planted) || !object.write(0, &planted, sizeof planted) ||
+          !object.hold_shared_flock()) {
+        return 1;
+      }
+      trace_test::write_file(ready, "");
+      for (;;) std::this_thread::sleep_for(std::chrono::seconds(1));
     });
-    ASSERT_TRUE(made);
-    ASSERT_EQ(*made, "made");
+    for (int waited = 0; !std::filesystem::exists(ready) && waited < kHang * 100; ++waited) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(std::filesystem::exists(ready));
     trace_test::child victim({app_, "distinct", go}, {{"TVBASE_TEST_SHARED_BLOCK", stem}});
     const bool loaded = victim.wait_for_stdout("\n", kHang);
     if (loaded && row.cut) {
@@ -316,6 +325,8 @@ TEST_F(ProcessTest, AnotherUsersObjectAtTheBlockNameIsNeverUsed) {
     EXPECT_EQ(victim.finish(kHang), 0);
     EXPECT_EQ(victim.out(), "-\n1\n2\n");
     EXPECT_TRUE(logs().empty());
+    planter.kill();
+    planter.wait();
     EXPECT_TRUE(testing_support::remove_shared_object(name));
   }
 }
