@@ -65,9 +65,6 @@ void write_line(int file, const char* text, std::size_t length, const char* tail
 
 void close_file(int file) noexcept;
 
-// Removes the file called `path`; false if that failed.
-bool remove_file(const char* path) noexcept;
-
 // Reads up to `size` bytes from the start of the regular file at `path`.
 // Gives the number read, which is less than `size` only at the file's end;
 // -1 if the file can't be opened or read (errno tells why); or

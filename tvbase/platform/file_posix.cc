@@ -108,8 +108,6 @@ void close_file(int file) noexcept {
   if (file >= 0) ::close(file);
 }
 
-bool remove_file(const char* path) noexcept { return ::unlink(path) == 0; }
-
 int open_folder(const char* path) noexcept {
   return open_retry(path, O_PATH | O_DIRECTORY | O_CLOEXEC, 0);
 }
