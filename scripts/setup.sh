@@ -6,10 +6,11 @@
 #   scripts/setup.sh bench      ... plus the peers that bench/ measures against
 #   scripts/setup.sh fuzz       ... plus clang and libFuzzer
 #   scripts/setup.sh format     ... plus clang-format
+#   scripts/setup.sh pictures   ... plus chromium, which renders the demo's pictures
 set -euo pipefail
 
 packages=(cmake make g++ pkg-config libfmt-dev libre2-dev libgtest-dev libgmock-dev
-          googletest libbenchmark-dev)
+          googletest libbenchmark-dev libxml2-utils)
 for extra in "$@"; do
   case "$extra" in
     bench) packages+=(libcurl4-openssl-dev libglib2.0-dev libspdlog-dev nlohmann-json3-dev
@@ -19,7 +20,8 @@ for extra in "$@"; do
     fuzz) packages+=(clang-14 libclang-rt-14-dev llvm-14) ;;
     valgrind) packages+=(valgrind) ;;
     format) packages+=(clang-format) ;;
-    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format)" >&2; exit 2 ;;
+    pictures) packages+=(chromium) ;;
+    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format, pictures)" >&2; exit 2 ;;
   esac
 done
 

@@ -59,7 +59,10 @@ struct file_facts {
 // a file size limit) is lost, and the next call tries again. A line the
 // system takes only in part is finished if the rest goes through, or else
 // cut off again, so that the file holds whole lines only. (Should another
-// thread's line land between the two parts, that line goes with it.)
+// thread's line land between the two parts, that line goes with it.) A
+// process killed outright (SIGKILL) in the middle of the call can't mend
+// anything: the system stops copying at a page boundary of the file, so its
+// log may end in a line cut there.
 void write_line(int file, const char* text, std::size_t length, const char* tail,
                 std::size_t tail_length) noexcept;
 

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -53,11 +54,23 @@ void drain(int& fd, std::string& text) {
   fd = -1;
 }
 
+// A child of the test ends with it: a test that dies (an assertion in a
+// forked copy, the memory checker running out of memory) must not leave
+// tracers spinning on and filling the disk. The flag survives exec.
+void end_with_parent(pid_t parent) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != parent) ::_exit(127);
+}
+
 }  // namespace
 
 forked_child::forked_child(const std::function<int()>& body) {
+  const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
-  if (pid == 0) ::_exit(body());
+  if (pid == 0) {
+    end_with_parent(parent);
+    ::_exit(body());
+  }
   pid_ = pid;
 }
 
@@ -84,7 +97,12 @@ exit_status forked_child::wait(int seconds) {
 }
 
 bool become_other_user() {
-  return ::setgroups(0, nullptr) == 0 && ::setgid(kOtherUser) == 0 && ::setuid(kOtherUser) == 0;
+  if (::setgroups(0, nullptr) != 0 || ::setgid(kOtherUser) != 0 || ::setuid(kOtherUser) != 0) {
+    return false;
+  }
+  // A change of user clears the signal that ends a child with its parent.
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  return true;
 }
 
 int in_child(const std::function<int()>& body) {
@@ -97,8 +115,10 @@ std::optional<std::string> as_other_user(const std::function<std::string()>& bod
   if (::geteuid() != 0) return std::nullopt;
   int fds[2];
   if (::pipe(fds) != 0) return std::nullopt;
+  const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
   if (pid == 0) {
+    end_with_parent(parent);
     ::close(fds[0]);
     if (!become_other_user()) ::_exit(3);
     const std::string out = body();
@@ -137,8 +157,10 @@ program::program(std::vector<std::string> words,
                  const std::vector<std::pair<std::string, std::string>>& environment) {
   int out[2], err[2];
   if (words.empty() || ::pipe(out) != 0 || ::pipe(err) != 0) return;
+  const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
   if (pid == 0) {
+    end_with_parent(parent);
     ::setpgid(0, 0);  // a group of its own, which finish(seconds) can end whole
     ::dup2(out[1], 1);
     ::dup2(err[1], 2);

@@ -4,7 +4,7 @@
 //
 //   trace_helper run N      traces N calls, prints the log file's name or "-"
 //   trace_helper crash N    the same, but dies by SIGKILL before main returns
-//   trace_helper spin       traces calls until it is killed
+//   trace_helper spin       traces calls until it is killed (at most kSpinCalls)
 //   trace_helper full BYTES N M   traces N calls under a file size limit of
 //                           BYTES (SIGXFSZ ignored), lifts it, traces M more
 //   trace_helper hold-lock  takes the shared record's lock word, says "held"
@@ -35,6 +35,10 @@
 #include <tvbase/trace/log_sink.h>
 
 namespace {
+
+// A spinner whose test died before killing it stops on its own: 2,000,000
+// calls are some 350 MB of log, far more than any test waits for.
+constexpr long kSpinCalls = 2'000'000;
 
 void traced_calls(long count, bool crash) {
   TvFuncLog log("main");
@@ -67,7 +71,7 @@ int main(int argc, char** argv) {
   }
   if (mode == "spin" && argc == 2) {
     print_log_name();
-    traced_calls(-1, false);
+    traced_calls(kSpinCalls, false);
     return 0;
   }
   if (mode == "full" && argc == 5) {
