@@ -2,12 +2,14 @@
 // join this test process's own shared block.
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -294,6 +296,24 @@ TEST_F(ProcessTest, HeldGuardNeverStopsALoadAnEndOrAFork) {
   EXPECT_TRUE(std::filesystem::exists("/dev/shm" + name));
 }
 
+// Waits, at most kHang seconds, for a file that another process makes when
+// it is ready.
+bool appears(const std::string& path) {
+  for (int waited = 0; !std::filesystem::exists(path) && waited < kHang * 100; ++waited) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return std::filesystem::exists(path);
+}
+
+// What another user may try on a user's shared block, as a program of that
+// user's would see it.
+struct block_attack {
+  const char* what;
+  bool record;            // a record that switches the trace on, into the user's logs
+  std::uint64_t counter;  // the distinct counter: the last number handed out
+  bool cut;               // the object cut to size 0 once the program has loaded
+};
+
 // Another user makes an object at the name of a user's shared block before
 // that user's program starts, and holds it as a process that maps it would:
 // with a record that switches the trace on into a folder of the user's, the
@@ -302,12 +322,7 @@ TEST_F(ProcessTest, HeldGuardNeverStopsALoadAnEndOrAFork) {
 // start from 1, and nothing faults.
 TEST_F(ProcessTest, AnotherUsersObjectAtTheBlockNameIsNeverUsed) {
   if (testing_support::effective_uid() != 0) GTEST_SKIP() << "needs root, to act as a second user";
-  const struct {
-    const char* what;
-    bool record;
-    std::uint64_t counter;
-    bool cut;  // to size 0, once the program has loaded
-  } rows[] = {
+  const block_attack rows[] = {
       {"a record and the counter at its end", true, ~0ull, false},
       {"a record, cut to 0 once the program runs", true, 0, true},
       {"nothing, cut to 0 once the program runs", false, 0, true},
@@ -316,13 +331,20 @@ TEST_F(ProcessTest, AnotherUsersObjectAtTheBlockNameIsNeverUsed) {
   ASSERT_TRUE(std::filesystem::create_directory(flags));
   ASSERT_TRUE(testing_support::set_mode(flags, 0777));
   int i = 0;
-  for (const auto& row : rows) {
+  for (const block_attack& row : rows) {
     SCOPED_TRACE(row.what);
     const std::string stem =
         std::string(frame::shared_block_name()) + "-planted" + std::to_string(i);
-    const std::string name = stem + "-0";  // root's block under that stem
+    const std::vector<std::pair<std::string, std::string>> env{{"TVBASE_TEST_SHARED_BLOCK", stem}};
     const std::string ready = flags + "ready" + std::to_string(i);
     const std::string go = dir_.path() + "go" + std::to_string(i++);
+    // The name the program's block will have: a program that asks and ends
+    // leaves nothing at it.
+    trace_test::child ask({app_, "block"}, env);
+    ASSERT_EQ(ask.finish(kHang), 0);
+    const std::string name = ask.out().substr(0, ask.out().find('\n'));
+    ASSERT_FALSE(name.empty());
+    ASSERT_FALSE(std::filesystem::exists("/dev/shm" + name));
     TvSharedData planted{};
     if (row.record) {
       ASSERT_TRUE(
@@ -339,12 +361,9 @@ TEST_F(ProcessTest, AnotherUsersObjectAtTheBlockNameIsNeverUsed) {
       trace_test::write_file(ready, "");
       for (;;) std::this_thread::sleep_for(std::chrono::seconds(1));
     });
-    for (int waited = 0; !std::filesystem::exists(ready) && waited < kHang * 100; ++waited) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_TRUE(std::filesystem::exists(ready));
-    trace_test::child victim({app_, "distinct", go}, {{"TVBASE_TEST_SHARED_BLOCK", stem}});
-    const bool loaded = victim.wait_for_stdout("\n", kHang);
+    ASSERT_TRUE(appears(ready));
+    trace_test::child victim({app_, "distinct", go}, env);
+    const bool loaded = victim.wait_for_stdout("\n1\n", kHang);
     if (loaded && row.cut) {
       const auto cut = testing_support::as_other_user([&] {
         testing_support::shared_object object(name, testing_support::open_existing);
@@ -354,11 +373,48 @@ TEST_F(ProcessTest, AnotherUsersObjectAtTheBlockNameIsNeverUsed) {
     }
     trace_test::write_file(go, "");
     EXPECT_EQ(victim.finish(kHang), 0);
-    EXPECT_EQ(victim.out(), "-\n1\n2\n");
+    EXPECT_EQ(victim.out(), "-\n\n1\n2\n") << "traced, or on the planted block";
     EXPECT_TRUE(logs().empty());
     planter.kill();
     planter.wait();
     EXPECT_TRUE(testing_support::remove_shared_object(name));
+  }
+}
+
+// Another user goes for the block of a user's running program: writes the
+// last number into its distinct counter, or cuts it to size 0. The program
+// goes on handing out distinct numbers, and neither aborts nor faults: the
+// block is the user's alone, and the other user can't open it.
+TEST_F(ProcessTest, AnotherUserCannotSpoilTheBlockOfARunningProgram) {
+  if (testing_support::effective_uid() != 0) GTEST_SKIP() << "needs root, to act as a second user";
+  const block_attack rows[] = {
+      {"the counter at its end", false, ~0ull, false},
+      {"cut to 0", false, 0, true},
+  };
+  int i = 0;
+  for (const block_attack& row : rows) {
+    SCOPED_TRACE(row.what);
+    // A block of the program's own, apart from this test's, which nothing
+    // here may touch should the attack succeed.
+    const std::string stem =
+        std::string(frame::shared_block_name()) + "-running" + std::to_string(i);
+    const std::string go = dir_.path() + "go" + std::to_string(i++);
+    trace_test::child victim({app_, "distinct", go}, {{"TVBASE_TEST_SHARED_BLOCK", stem}});
+    ASSERT_TRUE(victim.wait_for_stdout("\n1\n", kHang));
+    const std::string name = victim.out().substr(2, victim.out().find('\n', 2) - 2);
+    ASSERT_FALSE(name.empty()) << "the program has no shared block";
+    const auto tried = testing_support::as_other_user([&] {
+      testing_support::shared_object object(name, testing_support::open_existing);
+      if (!object.is_open()) return "not opened: " + std::to_string(object.error());
+      const bool done = row.cut ? object.resize(0)
+                                : object.write(offsetof(TvSharedData, distinctCounter),
+                                               &row.counter, sizeof row.counter);
+      return std::string(done ? "done" : "refused");
+    });
+    ASSERT_TRUE(tried);
+    trace_test::write_file(go, "");
+    EXPECT_EQ(victim.finish(kHang), 0) << "the attack: " << *tried;
+    EXPECT_EQ(victim.out(), "-\n" + name + "\n1\n2\n");
   }
 }
 

@@ -15,10 +15,12 @@
 //                           waits until PATH exists, traces a call (in a
 //                           child made by fork() too, which ends normally
 //                           first), then ends normally: both unload
-//   trace_helper distinct PATH   prints the log file's name or "-" and a
-//                           distinct number, waits until PATH exists, prints
-//                           another (an application may use any part of the
-//                           library)
+//   trace_helper distinct PATH   prints the log file's name or "-", the
+//                           shared block's name (empty for a private block)
+//                           and a distinct number, waits until PATH exists,
+//                           prints another (an application may use any part
+//                           of the library)
+//   trace_helper block      prints the shared block's name
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -108,10 +110,14 @@ int main(int argc, char** argv) {
   }
   if (mode == "distinct" && argc == 3) {
     print_log_name();
-    std::printf("%llu\n", distinct_value::get());
+    std::printf("%s\n%llu\n", frame::shared_block_object_name(), distinct_value::get());
     std::fflush(stdout);
     wait_for_file(argv[2]);
     std::printf("%llu\n", distinct_value::get());
+    return 0;
+  }
+  if (mode == "block" && argc == 2) {
+    std::printf("%s\n", frame::shared_block_object_name());
     return 0;
   }
   if (mode == "state" && argc == 2) {
