@@ -31,12 +31,17 @@ struct TvLogThreadState;
 // level). Whether a process traces is decided once, at load, from TvLog.cfg
 // beside the program or from the record shared by the user's processes (see
 // SaveLogCfg and SetSharedLogCfg); without a log file every call costs a
-// thread-local lookup and a counter. The object keeps `name` as a pointer:
-// the text must outlive it. Nothing here throws or reports a failure: a
-// failure means no output, and an object without a thread state (made by the
-// default constructor, or on a thread whose state couldn't be made) does
-// nothing at all. Lines are at most 8,191 characters: a plain text is cut
-// there, a formatted item that doesn't fit is dropped.
+// thread-local lookup and a counter. The log file is the process's own: a new
+// file of mode 0600, made only in a folder that no other user can add names
+// to or take names from (owned by the process's user or root, and sticky
+// where others may write); whatever stood at its name is replaced or, where
+// it can't be removed, there is no log. A set-user-ID program never traces.
+// The object keeps `name` as a pointer: the text must outlive it. Nothing
+// here throws or reports a failure: a failure means no output, and an object
+// without a thread state (made by the default constructor, or on a thread
+// whose state couldn't be made) does nothing at all. Lines are at most 8,191
+// characters: a plain text is cut there, a formatted item that doesn't fit is
+// dropped.
 //
 //   void Foo(int a, unsigned b) {
 //     TvFuncLog log("Foo");                     // enter line "Foo(  )"
