@@ -105,6 +105,18 @@ bool become_other_user() {
   return true;
 }
 
+int exec_program(const std::vector<std::string>& words, const std::string& out_path) {
+  if (words.empty()) return 127;
+  const int out = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (out < 0 || ::dup2(out, 1) < 0) return 127;
+  std::vector<std::string> copy = words;
+  std::vector<char*> argv;
+  for (std::string& w : copy) argv.push_back(w.data());
+  argv.push_back(nullptr);
+  ::execv(argv[0], argv.data());
+  return 127;
+}
+
 int in_child(const std::function<int()>& body) {
   forked_child child(body);
   const exit_status s = child.wait();

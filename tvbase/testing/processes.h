@@ -41,6 +41,8 @@ class forked_child {
   forked_child& operator=(const forked_child&) = delete;
 
   bool started() const { return pid_ > 0; }
+  // The child's process number, which a program it runs (exec_program) keeps.
+  long pid() const { return pid_; }
   // Sends the kill signal (SIGKILL) if the child still runs.
   void kill();
   // Waits for the end (once; later calls give the same).
@@ -53,6 +55,11 @@ class forked_child {
   long pid_ = -1;
   exit_status status_;
 };
+
+// Replaces this process (a forked child) by the program `words` (its path
+// and arguments), with its standard output going to the file `out_path`
+// (replaced). Returns, with 127, only if that failed.
+int exec_program(const std::vector<std::string>& words, const std::string& out_path);
 
 // Runs `body` in a forked child and waits: its exit code, or -1 if it didn't
 // exit normally.

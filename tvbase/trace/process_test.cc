@@ -1,10 +1,13 @@
 // The trace across processes: each test starts copies of trace_helper, which
 // join this test process's own shared block.
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -415,6 +418,93 @@ TEST_F(ProcessTest, AnotherUserCannotSpoilTheBlockOfARunningProgram) {
     trace_test::write_file(go, "");
     EXPECT_EQ(victim.finish(kHang), 0) << "the attack: " << *tried;
     EXPECT_EQ(victim.out(), "-\n" + name + "\n1\n2\n");
+  }
+}
+
+// The log names that a program of process number `pid`, called "app", would
+// have in `folder` if it loaded in one of the `count` milliseconds from
+// `start` on.
+std::vector<std::string> log_names(const std::string& folder, long pid,
+                                   std::chrono::system_clock::time_point start, int count) {
+  std::vector<std::string> names;
+  const auto first = std::chrono::floor<std::chrono::milliseconds>(start);
+  for (int i = 0; i < count; ++i) {
+    const auto at = first + std::chrono::milliseconds(i);
+    const std::time_t seconds =
+        std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(at));
+    const std::tm local = *std::localtime(&seconds);
+    const long ms = static_cast<long>((at.time_since_epoch() % std::chrono::seconds(1)) /
+                                      std::chrono::milliseconds(1));
+    char name[128];
+    std::snprintf(name, sizeof name, "app.%ld %02d-%02d-%04d %02d.%02d.%02d.%03ld.log", pid,
+                  local.tm_mday, local.tm_mon + 1, local.tm_year + 1900, local.tm_hour,
+                  local.tm_min, local.tm_sec, ms);
+    names.push_back(folder + name);
+  }
+  return names;
+}
+
+// Another user guesses the names that a program is about to log to (its
+// name, its process number, and its start time to the millisecond: here
+// every millisecond of ten seconds) and plants them in a folder that all may
+// write, as /tmp: links to a file of theirs that they may read, or pipes.
+// The program, once started, logs into a file of its own all the same, at
+// one of those names; the planted file gets no line, and no pipe stops it.
+TEST_F(ProcessTest, NamesPlantedForAProgramNeverGetItsTrace) {
+  if (testing_support::effective_uid() != 0) GTEST_SKIP() << "needs root, to act as a second user";
+  constexpr int kWindowMs = 10000;
+  const std::string folder = dir_.path() + "tmp/";
+  ASSERT_TRUE(std::filesystem::create_directory(folder));
+  ASSERT_TRUE(testing_support::set_mode(folder, 01777));
+  unsigned long error = 1;
+  ASSERT_TRUE(TvFuncLog::SaveLogCfg((dir_.path() + "TvLog.cfg").c_str(), folder.c_str(), false,
+                                    false, "app", "*", "", true, true, &error));
+  ASSERT_EQ(error, 0u);
+  for (const bool pipes : {false, true}) {
+    SCOPED_TRACE(pipes ? "pipes" : "links to a file of theirs");
+    const std::string go = dir_.path() + "go", out = dir_.path() + "out";
+    std::filesystem::remove(go);
+    testing_support::forked_child victim([&] {
+      if (!appears(go)) return 9;
+      return testing_support::exec_program({app_, "run", "1"}, out);
+    });
+    ASSERT_TRUE(victim.started());
+    const std::vector<std::string> names =
+        log_names(folder, victim.pid(), std::chrono::system_clock::now(), kWindowMs);
+    const std::string bait = folder + "bait";
+    const auto planted = testing_support::as_other_user([&] {
+      trace_test::write_file(bait, "");
+      if (!testing_support::set_mode(bait, 0666)) return std::string("no bait");
+      for (const std::string& name : names) {
+        std::error_code failed;
+        if (pipes) {
+          if (!testing_support::make_fifo(name)) return "no pipe at " + name;
+        } else if (std::filesystem::create_hard_link(bait, name, failed); failed) {
+          return "no link at " + name;
+        }
+      }
+      return std::string("planted");
+    });
+    ASSERT_TRUE(planted);
+    ASSERT_EQ(*planted, "planted");
+    trace_test::write_file(go, "");
+    const testing_support::exit_status status = victim.wait(kHang);
+    EXPECT_TRUE(status.exited) << "killed: the load waited on a pipe";
+    EXPECT_EQ(status.code, 0);
+    std::string log = trace_test::read_file(out);
+    if (!log.empty() && log.back() == '\n') log.pop_back();
+    ASSERT_NE(std::find(names.begin(), names.end(), log), names.end())
+        << "not a planted name: " << log;
+    const testing_support::file_status own = testing_support::status_of(log);
+    EXPECT_TRUE(own.regular);
+    EXPECT_EQ(own.owner, 0u);
+    EXPECT_EQ(own.mode, 0600u);
+    EXPECT_EQ(whole_lines(trace_test::read_file(log)),
+              (std::vector<std::string>{"main(", "step(", "i=0", "return", "return"}));
+    EXPECT_EQ(trace_test::read_file(bait), "") << "the planter could read the trace";
+    std::filesystem::remove_all(folder);
+    ASSERT_TRUE(std::filesystem::create_directory(folder));
+    ASSERT_TRUE(testing_support::set_mode(folder, 01777));
   }
 }
 
