@@ -79,6 +79,10 @@ void detach_shared_data() noexcept {
 
 bool shared_data_is_shared() noexcept { return g_shared != &g_private; }
 
+long shared_data_holders() noexcept {
+  return shared_data_is_shared() ? platform::shared_memory_holders(g_block) : -1;
+}
+
 const char* shared_block_object_name() noexcept { return g_name; }
 
 }  // namespace frame

@@ -102,6 +102,12 @@ void detach_shared_data() noexcept;
 // than the process's private one.
 [[nodiscard]] bool shared_data_is_shared() noexcept;
 
+// How many processes hold the block in use, this one included (see
+// platform::shared_memory_holders for what counts); the block's content lives
+// as long as one does. -1 for the private block, and where the system can't
+// tell.
+[[nodiscard]] long shared_data_holders() noexcept;
+
 // The name of the shared-memory object in use, or an empty text while the
 // private block is in use.
 const char* shared_block_object_name() noexcept;

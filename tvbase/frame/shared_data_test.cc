@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -407,6 +409,51 @@ TEST(SharedMemory, HeldFlockNeverStopsAMap) {
   holder.kill();
   holder.wait();
   testing_support::remove_shared_object(name);
+}
+
+// The processes that hold a block, as the kernel's lock table tells them:
+// this one, children that map it (and a child made by fork() that rejoins
+// it), less those that ended, however they ended; another block's holders
+// never count.
+TEST(SharedMemory, CountsTheProcessesThatHoldIt) {
+  const std::string name = scratch_name("holders");
+  const std::string flags =
+      testing::TempDir() + "holders-" + std::to_string(platform::process_id()) + "-";
+  mapping mine(name);
+  mapping unrelated(scratch_name("holders-other"));
+  ASSERT_NE(mine.bytes(), nullptr);
+  ASSERT_NE(unrelated.bytes(), nullptr);
+  ASSERT_EQ(platform::shared_memory_holders(mine.block_), 1);
+  std::vector<std::unique_ptr<testing_support::forked_child>> children;
+  for (int i = 0; i < 3; ++i) {
+    const std::string ready = flags + std::to_string(i), go = flags + "go";
+    std::filesystem::remove(ready);
+    children.push_back(std::make_unique<testing_support::forked_child>([&, i, ready, go] {
+      platform::shared_memory block = mine.block_;
+      if (i == 0) {
+        platform::rejoin_shared_memory(block, name.c_str(), kPatience);  // as after fork()
+        if (block.object < 0) return 1;
+      } else {
+        block = platform::map_shared_memory(name.c_str(), 4096, me(), kPatience);
+        if (block.data == nullptr) return 1;
+      }
+      say_ready(ready);
+      if (!appears(go)) return 2;
+      platform::unmap_shared_memory(block, name.c_str(), kPatience);
+      return 0;
+    }));
+    ASSERT_TRUE(appears(ready));
+  }
+  EXPECT_EQ(platform::shared_memory_holders(mine.block_), 4);
+  EXPECT_EQ(platform::shared_memory_holders(unrelated.block_), 1);
+  children[2]->kill();  // ends without unmapping
+  children[2]->wait();
+  EXPECT_EQ(platform::shared_memory_holders(mine.block_), 3);
+  say_ready(flags + "go");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(children[i]->wait(kHang).code, 0);
+  EXPECT_EQ(platform::shared_memory_holders(mine.block_), 1);
+  EXPECT_EQ(platform::shared_memory_holders(platform::shared_memory{}), -1);
+  std::filesystem::remove(flags + "go");
 }
 
 unsigned g_attempts = 0;

@@ -66,6 +66,16 @@ void unmap_shared_memory(shared_memory& block, const char* name, guard_patience 
 // own, and its unmap removes nothing.
 void rejoin_shared_memory(shared_memory& block, const char* name, guard_patience patience) noexcept;
 
+// How many processes hold the block: the shared locks on its object, one per
+// process that maps it (a child made by fork() that couldn't take a lock of
+// its own counts with its parent; a process of the owner that takes such a
+// lock without mapping counts too). -1 where the system can't tell, or for a
+// block that holds no lock. Here the count comes from the kernel's table of
+// file locks (/proc/locks), which is read in one pass, never waits for
+// another process, and is read no further than 16 MiB: a machine with more
+// locks than that gets -1.
+long shared_memory_holders(const shared_memory& block) noexcept;
+
 // Runs `child` in the child process after every fork().
 void on_fork_child(void (*child)()) noexcept;
 

@@ -5,10 +5,12 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -191,6 +193,60 @@ void rejoin_shared_memory(shared_memory& block, const char* name,
   // hold no lock of the child's own, and never remove the object.
   if (fd >= 0) ::close(fd);
   block.object = -1;
+}
+
+long shared_memory_holders(const shared_memory& block) noexcept {
+  struct stat info {};
+  if (block.object < 0 || ::fstat(block.object, &info) != 0) return -1;
+  int fd;
+  do {
+    fd = ::open("/proc/locks", O_RDONLY | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) return -1;
+  // Lines such as "3: FLOCK  ADVISORY  READ 1234 00:1b:16524 0 EOF"; one
+  // with "->" after the number is a process waiting for the lock, not one
+  // that holds it. Devices are written as hexadecimal major:minor.
+  char id[64];
+  const int id_length =
+      std::snprintf(id, sizeof id, " %02x:%02x:%llu ", ::major(info.st_dev), ::minor(info.st_dev),
+                    static_cast<unsigned long long>(info.st_ino));
+  constexpr std::size_t kMostBytes = std::size_t{16} << 20;
+  char line[256];
+  std::size_t length = 0, total = 0;
+  bool overlong = false;
+  long holders = 0;
+  const auto count = [&] {
+    if (overlong || length == 0) return;
+    line[length] = 0;
+    if (std::strstr(line, ": FLOCK ") != nullptr && std::strstr(line, "->") == nullptr &&
+        std::strstr(line, id) != nullptr) {
+      ++holders;
+    }
+  };
+  char buffer[4096];
+  for (;;) {
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 || (total += static_cast<std::size_t>(n)) > kMostBytes) {
+      ::close(fd);
+      return -1;
+    }
+    if (n == 0) break;
+    for (ssize_t i = 0; i < n; ++i) {
+      if (buffer[i] == '\n') {
+        count();
+        length = 0;
+        overlong = false;
+      } else if (length + 1 < sizeof line) {
+        line[length++] = buffer[i];
+      } else {
+        overlong = true;
+      }
+    }
+  }
+  count();
+  ::close(fd);
+  return id_length > 0 ? holders : -1;
 }
 
 void on_fork_child(void (*child)()) noexcept { (void)::pthread_atfork(nullptr, nullptr, child); }
