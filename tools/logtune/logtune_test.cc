@@ -298,8 +298,8 @@ TEST_F(LogTuneTest, RootActsForAUserWithUser) {
 }
 
 // Where the caller's block can't be had (here another user made an object at
-// its name first), set, clear, show and unlock fail and say so: acting on a
-// block of logtune's own would reach no program.
+// its name first), set, clear, show, unlock and hold fail and say so: acting
+// on a block of logtune's own would reach no program.
 TEST_F(LogTuneTest, SaysSoWhenTheBlockCannotBeHad) {
   const std::string stem = std::string(frame::shared_block_name()) + "-taken";
   const std::string name = stem + "-" + std::to_string(testing_support::effective_uid());
@@ -309,7 +309,7 @@ TEST_F(LogTuneTest, SaysSoWhenTheBlockCannotBeHad) {
   });
   if (!made) GTEST_SKIP() << "needs root, to act as a second user";
   ASSERT_EQ(*made, "made");
-  for (const char* command : {"set", "clear", "show", "unlock"}) {
+  for (const char* command : {"set", "clear", "show", "unlock", "hold"}) {
     SCOPED_TRACE(command);
     child c(logtune({command}), {{"TVBASE_TEST_SHARED_BLOCK", stem}});
     EXPECT_EQ(c.finish(kHang), 1);
