@@ -112,8 +112,7 @@ std::string read_input(const std::string& path) {
 }
 
 void write_file(const std::string& path, std::string_view bytes) {
-  const unsigned long error =
-      platform::replace_whole_file(path.c_str(), bytes.data(), bytes.size());
+  const unsigned long error = platform::write_whole_file(path.c_str(), bytes.data(), bytes.size());
   if (error != 0)
     throw failure("cannot write " + path + ": " + std::strerror(static_cast<int>(error)));
 }

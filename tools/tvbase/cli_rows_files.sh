@@ -12,7 +12,11 @@ for input in "$files_dir/fifo" "$files_dir" /dev/zero; do
   check 1 "" form --file "f=$input" -o "$files_dir/body"
   check 1 - icon "$input" --size 16
   check 1 - icon "$input;1" --size 16
+  check 1 "" trace summary "$input"
+  check 1 - trace timeline "$input" -o "$files_dir/timeline.json"
 done
+[[ -e "$files_dir/timeline.json" ]] &&
+  { echo "FAIL: a refused log left a timeline"; failures=$((failures + 1)); }
 [[ -e "$files_dir/body" ]] && { echo "FAIL: a refused input left a body"; failures=$((failures + 1)); }
 [[ $(printf 'a { b: c; }' | "$tool" css - 2>/dev/null) == "a { b: c; }" ]] ||
   { echo "FAIL: css - did not read a pipe on standard input"; failures=$((failures + 1)); }

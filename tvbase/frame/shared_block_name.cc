@@ -1,4 +1,4 @@
-// The machine-wide name of the shared block, kept apart so that no call to it
+// The stem of the shared block's name, kept apart so that no call to it
 // is inlined: test programs replace this weak definition with their own.
 #include <tvbase/frame/shared_data.h>
 

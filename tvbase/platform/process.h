@@ -19,6 +19,11 @@ bool user_name(char* out, std::size_t capacity) noexcept;
 
 unsigned long process_id() noexcept;
 
+// Whether the process runs with rights that whoever started it may lack: a
+// set-user-ID or set-group-ID program, or one with file capabilities (the
+// kernel's AT_SECURE).
+bool secure_execution() noexcept;
+
 // A number for the calling thread (the kernel's thread id). Asked of the
 // system once per thread, and again after fork().
 std::uint32_t thread_id() noexcept;

@@ -11,14 +11,26 @@
 //                           on standard error and waits to be killed
 //   trace_helper set FOLDER PROGRAMS DELETE   sets the shared record
 //   trace_helper state      prints the shared record's flag and lock word
+//   trace_helper wait-for PATH [fork]   prints the log file's name or "-",
+//                           waits until PATH exists, traces a call (in a
+//                           child made by fork() too, which ends normally
+//                           first), then ends normally: both unload
+//   trace_helper distinct PATH   prints the log file's name or "-", the
+//                           shared block's name (empty for a private block)
+//                           and a distinct number, waits until PATH exists,
+//                           prints another (an application may use any part
+//                           of the library)
+//   trace_helper block      prints the shared block's name
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <thread>
 
+#include <tvbase/form/distinct_value.h>
 #include <tvbase/frame/shared_data.h>
 #include <tvbase/testing/processes.h>
 #include <tvbase/trace/func_log.h>
@@ -37,6 +49,10 @@ void traced_calls(long count, bool crash) {
     step.WriteLineFormat("i=%ld", i);
   }
   if (crash) std::raise(SIGKILL);
+}
+
+void wait_for_file(const char* path) {
+  while (!std::filesystem::exists(path)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
 }
 
 void print_log_name() {
@@ -78,6 +94,31 @@ int main(int argc, char** argv) {
                                       "", true, true)
                ? 0
                : 1;
+  }
+  if (mode == "wait-for" && (argc == 3 || (argc == 4 && std::strcmp(argv[3], "fork") == 0))) {
+    print_log_name();
+    wait_for_file(argv[2]);
+    if (argc == 4) {
+      const int status = testing_support::in_child([]() -> int {
+        traced_calls(1, false);
+        std::exit(0);  // a normal end, which unloads the library in the child
+      });
+      if (status != 0) return 4;
+    }
+    traced_calls(1, false);
+    return 0;
+  }
+  if (mode == "distinct" && argc == 3) {
+    print_log_name();
+    std::printf("%s\n%llu\n", frame::shared_block_object_name(), distinct_value::get());
+    std::fflush(stdout);
+    wait_for_file(argv[2]);
+    std::printf("%llu\n", distinct_value::get());
+    return 0;
+  }
+  if (mode == "block" && argc == 2) {
+    std::printf("%s\n", frame::shared_block_object_name());
+    return 0;
   }
   if (mode == "state" && argc == 2) {
     const TvSharedData& shared = *TvGetSharedData();
