@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <unordered_set>
+#include <cstring>
 #include <utility>
 
 #include <fmt/format.h>
@@ -77,14 +77,103 @@ void rebuild(replace_engine::engine<char>& edits, std::string& text) {
   edits.reset(text);
 }
 
-// A name with its ASCII letters in lower case: names that differ only there
-// fold to the same text.
-std::string folded(std::string_view name) {
-  std::string out(name);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+// The names that images() has listed, as views into the text, found again
+// by their folded text without a node or a copy per name: an
+// open-addressing table of 64-bit slots, each the number of a listed name
+// (plus one; 0 is free) under 24 bits of its hash, so that a probe reads
+// one slot, and a listed name only when those bits agree. The table is made
+// for the most names the text can hold, once, and never refilled.
+//
+// Over a big sheet the table is far larger than the caches, and a probe
+// would wait for memory each time; so the slots of the names ahead are
+// asked for early, kAhead of them, and the waits overlap. The names are
+// copied out once, at the end, into a list of their exact length.
+class image_names {
+ public:
+  static constexpr std::size_t kAhead = 16;
+
+  // Bytes of a name fold to lower case with bit 0x20: it lowers the ASCII
+  // letters and keeps every other byte of a name apart ('_' becomes 0x7F,
+  // which no name holds).
+  static std::uint64_t hash(std::string_view name) {
+    std::uint64_t h = 0x9E3779B97F4A7C15ull ^ name.size();
+    std::size_t i = 0;
+    for (; i + 8 <= name.size(); i += 8) {
+      std::uint64_t word;
+      std::memcpy(&word, name.data() + i, 8);
+      h = mix(h ^ (word | 0x2020202020202020ull));
+    }
+    std::uint64_t tail = 0;
+    for (std::size_t k = 0; i + k < name.size(); ++k) {
+      tail |= std::uint64_t{static_cast<unsigned char>(name[i + k]) | 0x20u} << (8 * k);
+    }
+    return mix(h ^ tail);
   }
-  return out;
+
+  // Made for at most `most` names: the table stays under two thirds full.
+  explicit image_names(std::size_t most) {
+    std::size_t size = 64;
+    while (2 * size <= 3 * most) size *= 2;
+    slots_.resize(size);
+  }
+
+  void prefetch(std::uint64_t h) const { ask_for(&slots_[h & (slots_.size() - 1)]); }
+
+  // Lists `name` unless a name equal to it is listed.
+  void add(std::string_view name, std::uint64_t h) {
+    const std::uint64_t tag = h >> 40;
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t i = h & mask;
+    for (; slots_[i] != 0; i = (i + 1) & mask) {
+      if (slots_[i] >> 40 == tag && same(names_[(slots_[i] & kIndex) - 1], name)) return;
+    }
+    names_.push_back(name);
+    slots_[i] = tag << 40 | names_.size();
+  }
+
+  std::vector<std::string> take() const {
+    std::vector<std::string> out;
+    out.reserve(names_.size());
+    for (const std::string_view name : names_) out.emplace_back(name);
+    return out;
+  }
+
+ private:
+  static constexpr std::uint64_t kIndex = (std::uint64_t{1} << 40) - 1;
+
+  static void ask_for([[maybe_unused]] const void* address) {
+#if defined(__GNUC__)
+    __builtin_prefetch(address);
+#endif
+  }
+
+  static std::uint64_t mix(std::uint64_t h) {
+    h *= 0xFF51AFD7ED558CCDull;
+    return h ^ (h >> 32);
+  }
+
+  static bool same(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+      if ((static_cast<unsigned char>(a[i]) | 0x20u) != (static_cast<unsigned char>(b[i]) | 0x20u))
+        return false;
+    }
+    return true;
+  }
+
+  std::vector<std::string_view> names_;  // into the text, in order of appearance
+  std::vector<std::uint64_t> slots_;     // a power of two
+};
+
+// How many times "url(" stands in `text`, in any case.
+std::size_t count_url_calls(std::string_view text) {
+  std::size_t count = 0;
+  for (std::size_t paren = text.find('(', 3); paren != std::string_view::npos;
+       paren = text.find('(', paren + 1)) {
+    count += (text[paren - 3] | 0x20) == 'u' && (text[paren - 2] | 0x20) == 'r' &&
+             (text[paren - 1] | 0x20) == 'l';
+  }
+  return count;
 }
 
 }  // namespace
@@ -126,16 +215,36 @@ std::optional<std::string> processor::process() {
   return resolve_values(std::nullopt, table, text_, limit);
 }
 
-// The names seen are kept folded in a hash set, so that a sheet naming many
-// different images costs linear time.
+// Matches are found kAhead in front of the one being listed, so that the
+// table's slot for each is on its way from memory when it is needed. The
+// table is made large enough for a name at every "url(" of the text, as
+// far as names can stand there (a match takes at least ten bytes), so that
+// a big sheet does not refill it again and again: 12 to 24 bytes a "url(".
 std::vector<std::string> processor::images() const {
-  std::vector<std::string> names;
-  std::unordered_set<std::string> seen;
+  constexpr std::size_t kAhead = image_names::kAhead;
+  struct pending {
+    std::string_view name;
+    std::uint64_t hash;
+  };
+  image_names listed(std::min(count_url_calls(text_), text_.size() / 10));
+  pending ahead[kAhead];
+  std::size_t first = 0;
+  std::size_t count = 0;
   const std::string_view text = text_;
-  for (auto found = find_image(text, 0); found; found = find_image(text, found->whole.end)) {
-    if (seen.insert(folded(found->name)).second) names.emplace_back(found->name);
+  std::optional<image> next = find_image(text, 0);
+  for (;;) {
+    while (count < kAhead && next) {
+      const std::uint64_t h = image_names::hash(next->name);
+      listed.prefetch(h);
+      ahead[(first + count++) % kAhead] = {next->name, h};
+      next = find_image(text, next->whole.end);
+    }
+    if (count == 0) break;
+    listed.add(ahead[first].name, ahead[first].hash);
+    first = (first + 1) % kAhead;
+    --count;
   }
-  return names;
+  return listed.take();
 }
 
 }  // namespace css_processor

@@ -1,11 +1,15 @@
 #include <tvbase/css_processor/processor.h>
 
+#include <cctype>
 #include <optional>
+#include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <re2/re2.h>
 
 namespace css_processor {
 namespace {
@@ -173,6 +177,72 @@ TEST(Images, ListsBareImageNamesOnce) {
   for (const image_row& r : rows) {
     SCOPED_TRACE(r.text);
     EXPECT_EQ(processor{std::string(r.text)}.images(), r.expected);
+  }
+}
+
+// Sheets of many image references, among other "url(" and noise, against a
+// simple model: the pattern run by RE2 from the end of each match, and a set
+// of the names in lower case. Some rows name few images many times, others
+// thousands once each, with long names and names differing only in case.
+TEST(Images, MatchesASimpleModelOnLargeSheets) {
+  RE2::Options options;
+  options.set_encoding(RE2::Options::EncodingLatin1);
+  options.set_case_sensitive(false);
+  const RE2 pattern(R"(url\([ \t\r\n]*['"]?([a-z0-9.\-_]+\.(?:jpg|png|gif))['"]?[ \t\r\n]*\))",
+                    options);
+  ASSERT_TRUE(pattern.ok());
+  const auto model = [&pattern](const std::string& text) {
+    std::vector<std::string> names;
+    std::set<std::string> seen;
+    re2::StringPiece rest(text);
+    std::string name;
+    while (RE2::FindAndConsume(&rest, pattern, &name)) {
+      std::string lower = name;
+      for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      if (seen.insert(lower).second) names.push_back(name);
+    }
+    return names;
+  };
+  struct row {
+    const char* name;
+    std::size_t distinct;  // names to draw from
+    std::size_t pieces;
+    bool noise;  // pieces that are no image, or no match
+  };
+  const row rows[] = {
+      {"few names, many times", 40, 20000, true},
+      {"every name about once", 30000, 30000, true},
+      {"some names twice", 12000, 20000, true},
+      {"nothing but new names", 1, 30000, false},
+  };
+  std::mt19937 random(4242);
+  const auto pick = [&random](std::string_view from) { return from[random() % from.size()]; };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.name);
+    std::vector<std::string> pool;
+    for (std::size_t i = 0; i < r.distinct; ++i) {
+      std::string name = std::to_string(i);  // distinct however the rest falls
+      const std::size_t extra = random() % 4 == 0 ? random() % 40 : random() % 6;
+      for (std::size_t k = 0; k < extra; ++k) name += pick("abcXYZ09._-");
+      name += pick(".");
+      name += std::string(random() % 2 ? "png" : "Gif");
+      pool.push_back(name);
+    }
+    std::string sheet;
+    for (std::size_t i = 0; i < r.pieces; ++i) {
+      std::string name = r.noise ? pool[random() % pool.size()] : std::to_string(i) + ".jpg";
+      for (char& c : name) {
+        if (random() % 3 == 0) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      }
+      switch (r.noise ? random() % 8 : 7) {
+        case 0: sheet += "p{b:url(dir/" + name + ")}"; break;  // no match
+        case 1: sheet += "(url(" + name; break;                // no closing parenthesis
+        case 2: sheet += "u{v:calc((1) + 2)}"; break;
+        case 3: sheet += "url(\n '" + name + "\" ) "; break;
+        default: sheet += "p{b:url(" + name + ")}\n";
+      }
+    }
+    EXPECT_EQ(processor{std::string(sheet)}.images(), model(sheet));
   }
 }
 
