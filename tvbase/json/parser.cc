@@ -8,7 +8,9 @@
 #include <functional>
 #include <iterator>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
+#include <variant>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -25,16 +27,22 @@ namespace {
 
 bool is_digit(wchar_t c) noexcept { return c >= L'0' && c <= L'9'; }
 
-// Makes `slot` hold a T. A fresh null slot is built in place; any other value
-// is replaced only once the new one exists.
+// Makes `slot` hold a T. A null slot is built over in place when that
+// cannot fail; any other value is replaced only once the new one exists, so
+// that a failure leaves the slot as it was. A full container replaced here
+// is freed by its children's own destructors, each without recursion.
 template <class T, class... Args>
-void store(std::any& slot, Args&&... args) {
-  if (std::any_cast<std::nullptr_t>(&slot)) {
-    slot.emplace<T>(std::forward<Args>(args)...);
-  } else {
-    std::any value(std::in_place_type<T>, std::forward<Args>(args)...);
-    slot = std::move(value);
+void store(object& slot, Args&&... args) {
+  auto& place = parser::storage_of(slot);
+  if constexpr (std::is_nothrow_constructible_v<T, Args...>) {
+    if (std::holds_alternative<std::nullptr_t>(place)) {
+      place.template emplace<T>(std::forward<Args>(args)...);
+      return;
+    }
   }
+  std::remove_reference_t<decltype(place)> value(std::in_place_type<T>,
+                                                 std::forward<Args>(args)...);
+  place = std::move(value);
 }
 
 }  // namespace
@@ -139,7 +147,7 @@ void parser::parse_value(object& target) {
     case L'"': {
       scratch_.clear();
       parse_string(scratch_, true);
-      store<std::wstring>(target.value_, scratch_.data(), scratch_.size());
+      store<std::wstring>(target, scratch_.data(), scratch_.size());
       break;
     }
     case L'-':
@@ -477,10 +485,15 @@ void parser::read_number(std::wstring& out) {
   out.append(start, cursor);
 }
 
+// Number text is ASCII: the usual number is held in the value itself.
 void parser::parse_number_value(object& target) {
   scratch_.clear();
   read_number(scratch_);
-  store<number>(target.value_, std::wstring(scratch_));
+  if (scratch_.size() <= detail::short_number::kMax) {
+    store<detail::short_number>(target, detail::make_short(scratch_));
+  } else {
+    store<number>(target, std::wstring(scratch_));
+  }
 }
 
 std::optional<object::error> object::parse(std::wstring_view text) {

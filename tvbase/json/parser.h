@@ -39,6 +39,9 @@ class parser {
 
   static const char* message_of(exception e) noexcept;
 
+  // The storage of a value, for the reader's writes in place.
+  static auto& storage_of(object& value) noexcept { return value.value_; }
+
   explicit parser(std::wstring_view text) noexcept
       : cursor(text.data()), limit(text.data() + text.size()) {}
 
