@@ -180,8 +180,14 @@ class TVBASE_EXPORT object {
   // Reads `text` into this value: containers are read over what they
   // already hold (see the class comment). On a syntax error the value is
   // left as far as reading got, and the error is returned. A NUL unit acts
-  // as the end of the input. The time is linear in the text: unlike
-  // operator[], the reader finds a key among many through a hash index.
+  // as the end of the input. The time is linear in the text, for texts
+  // made to be slow too: unlike operator[], the reader finds a key among
+  // many (from 1,024 in one dictionary) through a hash index, whose hash is
+  // seeded once per process from the system's random source, so that keys
+  // cannot be chosen from outside to collide; keys that collide whatever the
+  // seed make the dictionary's index start again under SipHash with a
+  // secret key. Which key a repeat reads over, and the order of entries, do
+  // not depend on the hash.
   [[nodiscard]] std::optional<error> parse(std::wstring_view text);
 
   // The compact JSON text: no white space, entries in stored order, numbers

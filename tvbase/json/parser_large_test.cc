@@ -6,14 +6,19 @@
 // limit.
 #include <tvbase/json/object.h>
 
+#include <cstdint>
+#include <cstring>
+#include <functional>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include <tvbase/json/parser.h>
 #include <tvbase/testing/allocation_counter.h>
 
 namespace {
@@ -265,6 +270,114 @@ TEST(JsonParseLarge, EachDictionaryStartsItsOwnKeyIndex) {
     EXPECT_EQ(value(index)(letter + L"1").as_int(0), 1);
   }
   EXPECT_EQ(value(4).to_string(), L"{\"k\":2}");
+}
+
+// Keys of four units that std::hash<std::wstring_view> of libstdc++ maps to
+// one value: it hashes the 16 bytes in two 8-byte blocks from a fixed seed,
+// and each block's step can be undone, so for any first block there is a
+// second that brings the state to the same value. The reader's key index
+// used that hash, and 100,000 such keys took it 8 s, each new key probing
+// past all the others.
+std::vector<std::wstring> keys_colliding_in_the_standard_hash(std::size_t count) {
+  constexpr std::uint64_t kMul = (std::uint64_t{0xC6A4A793} << 32) + 0x5BD1E995;
+  const auto unshift = [](std::uint64_t v) { return v ^ (v >> 47); };  // its own inverse
+  std::uint64_t inverse = kMul;  // Newton's steps for the inverse modulo 2^64
+  for (int i = 0; i < 6; ++i) inverse *= 2 - kMul * inverse;
+  const std::uint64_t start = 0xC70F6907ull ^ (16 * kMul);
+  std::vector<std::wstring> keys;
+  for (std::uint32_t i = 0; keys.size() < count; ++i) {
+    std::uint32_t units[4] = {0x100 + (i & 0xFFFF), 0x100 + (i >> 16), 0, 0};
+    std::uint64_t first;
+    std::memcpy(&first, units, 8);
+    const std::uint64_t step = unshift(first * kMul) * kMul;
+    const std::uint64_t second =
+        unshift(((start ^ step) * kMul ^ 0x0123456789ABCDEFull) * inverse) * inverse;
+    std::memcpy(units + 2, &second, 8);
+    // Units the reader takes raw inside a string.
+    if (units[2] < 0x20 || units[2] == '"' || units[2] == '\\') continue;
+    if (units[3] < 0x20 || units[3] == '"' || units[3] == '\\') continue;
+    std::wstring key(4, L'\0');
+    for (int k = 0; k < 4; ++k) key[k] = static_cast<wchar_t>(units[k]);
+    keys.push_back(std::move(key));
+  }
+  return keys;
+}
+
+// A dictionary of `keys` in order, the key of index `again` repeated at the
+// end with the value -1; each other value is its key's index.
+std::wstring dictionary_of(const std::vector<std::wstring>& keys, std::size_t again) {
+  std::wstring text = L"{";
+  for (std::size_t i = 0; i < keys.size(); ++i)
+    text.append(L"\"").append(keys[i]).append(L"\":").append(std::to_wstring(i)).append(L",");
+  return text.append(L"\"").append(keys[again]).append(L"\":-1}");
+}
+
+// Every key once, in order, with its value; the repeated one read over in
+// its first place.
+void expect_read_in_order(const object& value, const std::vector<std::wstring>& keys,
+                          std::size_t again) {
+  std::size_t count = 0;
+  bool in_order = true;
+  value.foreach([&](const std::wstring& key, const object& v) {
+    in_order = in_order && key == keys[count] &&
+               v.as_int(-2) == (count == again ? -1 : static_cast<int>(count));
+    ++count;
+    return true;
+  });
+  EXPECT_EQ(count, keys.size());
+  EXPECT_TRUE(in_order);
+}
+
+constexpr std::size_t kColliding = 100000;
+
+// Before, the count of cells probed was some 5 * 10^9 for these keys.
+TEST(JsonKeyIndex, KeysCollidingInTheStandardHashCostLinearProbes) {
+  const std::vector<std::wstring> keys = keys_colliding_in_the_standard_hash(kColliding);
+  const std::hash<std::wstring_view> standard;
+  std::size_t same = 0;
+  for (const std::wstring& key : keys) same += standard(key) == standard(keys[0]);
+  // Elsewhere than libstdc++ the standard hash is another, and the keys are
+  // just keys; the bound below holds all the same.
+  if (same != keys.size()) std::printf("note: the keys do not collide in this std::hash\n");
+
+  const std::wstring text = dictionary_of(keys, 4321);
+  json::parser reader(text);
+  object value;
+  reader.parse_value(value);
+  ASSERT_EQ(reader.cursor, reader.limit);
+  EXPECT_LE(reader.key_probes(), 8 * kColliding);
+  expect_read_in_order(value, keys, 4321);
+}
+
+// Keys that collide in whatever hash the reader seeds (here all of them, by
+// a hash given for the test) make a search run long; the dictionary's table
+// is then refilled under SipHash, and the probes stay linear.
+TEST(JsonKeyIndex, KeysCollidingWhateverTheSeedFallBackToSipHash) {
+  struct constant_hash {
+    constant_hash() {
+      json::parser::set_hash_for_testing([](std::wstring_view) -> std::uint64_t { return 7; });
+    }
+    ~constant_hash() { json::parser::set_hash_for_testing(nullptr); }
+  } collide;
+  std::vector<std::wstring> keys;
+  for (std::size_t i = 0; i < kColliding; ++i) keys.push_back(L"key" + std::to_wstring(i));
+  const std::wstring text = dictionary_of(keys, 99999);
+  json::parser reader(text);
+  object value;
+  reader.parse_value(value);
+  ASSERT_EQ(reader.cursor, reader.limit);
+  EXPECT_LE(reader.key_probes(), 8 * kColliding);
+  expect_read_in_order(value, keys, 99999);
+
+  // The next dictionary at that depth starts with the seeded hash again, and
+  // falls back on its own.
+  const std::wstring twice = L"[" + text + L"," + text + L"]";
+  json::parser again(twice);
+  object both;
+  again.parse_value(both);
+  ASSERT_EQ(again.cursor, again.limit);
+  EXPECT_LE(again.key_probes(), 16 * kColliding);
+  expect_read_in_order(both(1), keys, 99999);
 }
 
 // The text functions on 10 MB; k = 4 as for tokens.
