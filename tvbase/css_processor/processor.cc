@@ -34,9 +34,10 @@ constexpr std::size_t kLeastLimit = std::size_t{16} << 20;
 
 // The variable block pass: collects the definitions of the first :root block
 // of `text` into `table` and records the one edit of the block in `edits`.
+// The budget's held bytes grow by each definition stored.
 std::optional<std::string> collect_variables(std::string_view text,
                                              replace_engine::engine<char>& edits,
-                                             variable_table& table, std::size_t limit) {
+                                             variable_table& table, byte_budget& budget) {
   const auto block = find_root_block(text);
   if (!block) return std::nullopt;
   const std::string_view body = slice(text, block->body);
@@ -52,7 +53,8 @@ std::optional<std::string> collect_variables(std::string_view text,
         return fmt::format("Variable name {} already defined.", definition->name);
       }
       std::string value(trim(definition->value));
-      if (auto message = resolve_values(definition->name, table, value, limit)) return message;
+      if (auto message = resolve_values(definition->name, table, value, budget)) return message;
+      budget.held += definition->name.size() + value.size();
       table.emplace(std::string(definition->name), std::move(value));
       body_edits.erase(body.substr(start, piece.size() + (last ? 0 : 1)));
     } else if (!is_blank(piece)) {
@@ -209,10 +211,12 @@ std::optional<std::string> processor::process() {
   rebuild(edits, text_);
 
   variable_table table;
-  if (auto message = collect_variables(text_, edits, table, limit)) return message;
+  byte_budget budget{limit, text_.size()};
+  if (auto message = collect_variables(text_, edits, table, budget)) return message;
+  const std::size_t stored = budget.held - text_.size();
   rebuild(edits, text_);
 
-  return resolve_values(std::nullopt, table, text_, limit);
+  return resolve_values(std::nullopt, table, text_, {limit, stored + text_.size()});
 }
 
 // Matches are found kAhead in front of the one being listed, so that the

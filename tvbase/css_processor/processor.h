@@ -61,9 +61,17 @@ namespace css_processor {
 // text, so process() on its own output treats a leftover `:root` block anew.
 //
 // Values may hold references to values that hold references, so a few bytes
-// can stand for an enormous text. A reference that would grow a text past 64
-// times the source's size, or 16 MiB if that is more, throws std::length_error
-// as exhausted memory would, the text left as after a failure at that point.
+// can stand for an enormous text. process() holds one budget of bytes for
+// the whole call: 64 times the source's size, or 16 MiB if that is more. A
+// reference that would grow one text (a value or the style sheet) past the
+// budget throws std::length_error ("css_processor: var() references grow the
+// text past N bytes"), and so does one that would take the style sheet, the
+// values stored so far and the text being built together past it ("...
+// grow the style sheet and its variables past N bytes"), both as exhausted
+// memory would, before the text is built, the text left as after a failure
+// at that point. So a sheet that doubles a value up to the budget and then
+// refers to it a hundred times stops there, holding a few times the budget
+// at most.
 //
 // Sizes and nesting are bounded by memory only; no pass recurses. process()
 // rebuilds the text at most three times, and its cost is linear in the text

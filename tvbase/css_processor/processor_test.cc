@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 #include <re2/re2.h>
 
+#include <tvbase/testing/allocation_counter.h>
+
 namespace css_processor {
 namespace {
 
@@ -280,37 +282,57 @@ TEST(Process, HandlesLargeInput) {
 }
 
 // Values that refer to values can double at each step: a few hundred bytes
-// would stand for terabytes. Growth past the limit throws before the text is
-// built; a big but bounded expansion goes through, and the object stays usable.
-TEST(Process, RefusesReferencesThatGrowPastTheLimit) {
-  const auto chain = [](int steps, int uses) {
+// would stand for terabytes. process() has one budget for all it holds,
+// 16 MiB for a small sheet: a value or the sheet past it, or the sheet, the
+// stored values and the text being built together past it, throw before the
+// text is built; a big but bounded expansion goes through, and the object
+// stays usable.
+TEST(Process, RefusesReferencesThatGrowPastTheBudget) {
+  // A chain of values, each twice the one before, the last used `uses`
+  // times in a rule, and `in_one` times in one more definition.
+  const auto chain = [](int steps, int uses, int in_one) {
     std::string sheet = ":root{--v0:abcdefgh;";
     for (int i = 1; i <= steps; ++i) {
       sheet += "--v" + std::to_string(i) + ":var(--v" + std::to_string(i - 1) + ")var(--v" +
                std::to_string(i - 1) + ");";
     }
+    const std::string last = "var(--v" + std::to_string(steps) + ")";
+    sheet += "--all:";
+    for (int i = 0; i < in_one; ++i) sheet += last;
     sheet += "}p{";
-    for (int i = 0; i < uses; ++i) sheet += "q:var(--v" + std::to_string(steps) + ");";
+    for (int i = 0; i < uses; ++i) sheet += "q:" + last + ";";
     return sheet + "}";
   };
+  const std::string one_text = "css_processor: var() references grow the text past 16777216 bytes";
+  const std::string all_texts =
+      "css_processor: var() references grow the style sheet and its variables past 16777216 "
+      "bytes";
   struct row {
     const char* what;
-    int steps, uses;
-    bool refused;
+    int steps, uses, in_one;
+    std::string refused;  // the message, or empty
   };
   const row rows[] = {
-      {"a value of 8 MiB, used once", 20, 1, false},
-      {"a value of 16 MiB, defined but unused", 21, 0, false},
-      {"a value past 16 MiB in a definition", 22, 0, true},
-      {"forty steps", 40, 1, true},
-      {"4 MiB used three times", 19, 3, false},
-      {"8 MiB used three times in the rules", 20, 3, true},
+      // The values of the chain add up to twice the last one.
+      {"4 MiB used once: 12 MiB in all", 19, 1, 0, ""},
+      {"2 MiB used three times: 10 MiB in all", 18, 3, 0, ""},
+      {"1 MiB seventeen times in one value", 17, 0, 17, one_text},
+      {"1 MiB seventeen times in the rules", 17, 17, 0, one_text},
+      {"forty steps", 40, 1, 0, all_texts},
+      {"8 MiB defined and unused: the values alone pass 16 MiB", 20, 0, 0, all_texts},
+      {"4 MiB used three times: 20 MiB in all", 19, 3, 0, all_texts},
+      {"1 MiB eight times in one value and six times in the rules", 17, 6, 8, all_texts},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.what);
-    processor sheet{chain(r.steps, r.uses)};
-    if (r.refused) {
-      EXPECT_THROW(static_cast<void>(sheet.process()), std::length_error);
+    processor sheet{chain(r.steps, r.uses, r.in_one)};
+    if (!r.refused.empty()) {
+      try {
+        static_cast<void>(sheet.process());
+        ADD_FAILURE() << "no exception";
+      } catch (const std::length_error& e) {
+        EXPECT_EQ(e.what(), r.refused);
+      }
     } else {
       ASSERT_EQ(sheet.process(), std::nullopt);
       // "p{", then "q:", the value and ';' for each use, then '}'.
@@ -321,6 +343,33 @@ TEST(Process, RefusesReferencesThatGrowPastTheLimit) {
     ASSERT_EQ(sheet.process(), std::nullopt);
     EXPECT_EQ(sheet.css(), "p{q:1}");
   }
+}
+
+// A sheet of 2.5 KB whose :root block doubles a value up to 16 MiB and then
+// defines a hundred variables that each refer to it: the budget was per
+// text, so each definition held another 16 MiB, and the call took 1.7 GB
+// and seconds. Now it stops at the budget, holding a few times it at most.
+TEST(Process, AHundredReferencesToTheLargestValueStopAtTheBudget) {
+  if (!testing_support::allocations_counted()) GTEST_SKIP() << "allocations are not counted here";
+  std::string sheet = ":root{--v0:abcdefgh;";
+  for (int i = 1; i <= 21; ++i) {
+    sheet += "--v" + std::to_string(i) + ":var(--v" + std::to_string(i - 1) + ")var(--v" +
+             std::to_string(i - 1) + ");";
+  }
+  for (int i = 0; i < 100; ++i) sheet += "--use" + std::to_string(i) + ":var(--v21);";
+  sheet += "}p{q:var(--use99)}";
+  ASSERT_LT(sheet.size(), 2600u);
+  processor p{std::move(sheet)};
+  bool refused = false;
+  const std::size_t held = testing_support::peak_bytes_during([&] {
+    try {
+      static_cast<void>(p.process());
+    } catch (const std::length_error&) {
+      refused = true;
+    }
+  });
+  EXPECT_TRUE(refused);
+  EXPECT_LE(held, 3 * (std::size_t{16} << 20));
 }
 
 }  // namespace
