@@ -451,6 +451,57 @@ std::optional<std::string> reference_calc(std::string_view name, std::string& ex
   }
 }
 
+std::string repeat(std::string_view piece, std::size_t times) {
+  std::string out;
+  for (std::size_t i = 0; i < times; ++i) out += piece;
+  return out;
+}
+
+// Shapes that once made passes read the same digits again and again: a run
+// of digits that every edit grows (each edit then walked back over the whole
+// run, and each search read it, so that 300 KB took 6.8 s), edits on both
+// sides of a long run in turn, many round() calls behind a long number, and
+// sums whose right number takes two digits of a long run. Each reduces as
+// the passes as written do (checked against them at a small size), and the
+// places tried and digits read grow no faster than the expression.
+TEST(EvaluateCalc, HostileShapesCostWorkLinearInTheirLength) {
+  struct row {
+    const char* name;
+    std::string (*make)(std::size_t n);
+  };
+  const row rows[] = {
+      {"a run that every group grows", [](std::size_t n) { return "1" + repeat("(1)", n); }},
+      {"edits on both sides of a long run",
+       [](std::size_t n) {
+         return std::string(n / 8, '(') + std::string(n / 2, '7') + repeat("(1))", n / 8);
+       }},
+      {"round() calls behind a long number",
+       [](std::size_t n) { return std::string(n / 2, '9') + repeat(" round(1, 1)", n / 24); }},
+      {"right numbers that take two digits of a long run",
+       [](std::size_t n) { return "1 + 2." + std::string(n / 2, '3') + repeat(" + 1", n / 8); }},
+      {"products into long numbers",
+       [](std::size_t n) { return std::string(n / 2, '5') + repeat(" * 1 + (2)", n / 20); }},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.name);
+    std::string small = r.make(600);
+    std::string expected = small;
+    const auto expected_message = reference_calc("--v", expected);
+    EXPECT_EQ(evaluate_calc("--v", small), expected_message);
+    EXPECT_EQ(small, expected);
+
+    std::string big = r.make(300000);
+    const std::size_t length = big.size();
+    calc_work work;
+    static_cast<void>(evaluate_calc("--v", big, &work));
+    EXPECT_LE(work.cells_looked_at, 40 * length);
+    EXPECT_LE(work.digits_read, 3 * length);
+  }
+  std::string grown = "1" + repeat("(1)", 100000);
+  ASSERT_EQ(evaluate_calc("--v", grown), std::nullopt);
+  EXPECT_EQ(grown, std::string(100001, '1'));
+}
+
 // A piece that an edit completes although its start lies far in front of
 // the edit, and in front of where the search for its kind has got to: the
 // outer round() is tried, fails, and becomes whole only when the inner one
@@ -512,9 +563,10 @@ TEST(EvaluateCalc, DoesThePassesOfTheReference) {
   };
   // Or a soup of the bytes that pieces are made of, which reduces in fewer
   // and stranger steps.
-  const char* const soup[] = {"(",      ")",   "( ", " )",        " ",   "-",   "+",  " * ", "/",
-                              ".",      "1",   "23", "0",         "4.5", "999", "px", "em",  "%",
-                              "round(", "up,", ",",  "nearest ,", "x",   "e",   "p"};
+  const char* const soup[] = {"(",  ")",   "( ",     " )",     " ",  "-",         "+",   " * ",
+                              "/",  ".",   "1",      "23",     "0",  "4.5",       "999", "px",
+                              "em", "%",   "round(", "up,",    ",",  "nearest ,", "x",   "e",
+                              "p",  "(1)", ".123",   "1.2345", "7(", ")8",        "..",  "0.01"};
   const auto soup_text = [&] {
     std::string out;
     for (std::size_t n = 1 + pick(40); n > 0; --n) out += soup[pick(std::size(soup))];

@@ -75,8 +75,8 @@ namespace css_processor {
 //
 // Sizes and nesting are bounded by memory only; no pass recurses. process()
 // rebuilds the text at most three times, and its cost is linear in the text
-// (in a calc(), unless its numbers have very many digits: see calc.h). So is
-// that of images().
+// and in the values it inserts, calc() included whatever the length of its
+// numbers or the depth of its parentheses. So is that of images().
 class TVBASE_EXPORT processor {
  public:
   processor();
