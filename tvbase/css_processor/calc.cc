@@ -117,63 +117,157 @@ void normalise_space(replace_engine::engine<char>& edits, std::string& expressio
   }
 }
 
-// The digit runs of an expression. A run is a list of chunks of digits in
-// one arena, so that two runs that an edit brings together join in constant
-// time, and a number that takes the first digits of a run leaves the rest in
-// constant time: no digit is read again until the number it belongs to is
-// computed, which removes it.
+// A cell of an expression: a byte other than a digit (below 256), or a whole
+// run of digits. No two runs stand next to each other: digits that meet
+// join into one run. A run of up to four digits is held in the cell itself
+// (its length and value give 11,110 codes from kRun on); a longer one is a
+// number in the table of digit_runs, from kTable on.
+using cell = std::uint32_t;
+constexpr cell kRun = 256;
+constexpr std::size_t kInline = 4;
+constexpr cell kInlineBase[kInline + 1] = {0, 0, 10, 110, 1110};  // codes below each length
+constexpr cell kTable = kRun + 11110;
+
+constexpr bool is_run(cell c) { return c >= kRun; }
+constexpr cell byte_cell(char c) { return static_cast<unsigned char>(c); }
+
+// The long runs of digits of an expression. A run is a list of chunks of
+// digits in one arena, so that two runs that an edit brings together join
+// in constant time, and a number that takes the first digits of a run
+// leaves the rest in constant time: no digit is read again until the number
+// it belongs to is computed, which removes it. Short runs stand in their
+// cells and need no entry here.
 class digit_runs {
  public:
-  static constexpr std::uint32_t kNone = 0xFFFFFFFF;
-
-  std::uint32_t make(std::string_view digits) {
-    chunks_.push_back({arena_.size(), digits.size(), kNone});
-    arena_.append(digits);
-    const auto c = static_cast<std::uint32_t>(chunks_.size() - 1);
-    runs_.push_back({c, c, digits.size()});
-    return static_cast<std::uint32_t>(runs_.size() - 1);
+  // The cell of a run of `digits`, at least one.
+  cell make(std::string_view digits) {
+    if (digits.size() <= kInline) {
+      cell value = 0;
+      for (const char d : digits) value = 10 * value + static_cast<cell>(d - '0');
+      return kRun + kInlineBase[digits.size()] + value;
+    }
+    runs_.push_back({kNone, kNone, 0});
+    const auto r = static_cast<std::uint32_t>(runs_.size() - 1);
+    append(r, digits);
+    return kTable + r;
   }
 
-  std::size_t length(std::uint32_t r) const { return runs_[r].length; }
-
-  // Run `left` goes on with the digits of `right`, which is no longer used.
-  void join(std::uint32_t left, std::uint32_t right) {
-    run& l = runs_[left];
-    const run& r = runs_[right];
-    chunks_[l.last].next = r.first;
-    l.last = r.last;
-    l.length += r.length;
+  std::size_t length(cell c) const {
+    if (c >= kTable) return runs_[c - kTable].length;
+    std::size_t n = kInline;
+    while (c - kRun < kInlineBase[n]) --n;
+    return n;
   }
 
-  // Run `r` loses its first `n` digits, fewer than it has.
-  void drop_front(std::uint32_t r, std::size_t n) {
-    run& at = runs_[r];
+  // The run of `left` followed by that of `right`; neither is used again.
+  cell join(cell left, cell right) {
+    if (left >= kTable && right >= kTable) {
+      run& l = runs_[left - kTable];
+      const run& r = runs_[right - kTable];
+      chunks_[l.last].next = r.first;
+      l.last = r.last;
+      l.length += r.length;
+      return left;
+    }
+    std::string digits;
+    if (right < kTable) {
+      if (left < kTable) {
+        write(left, digits);
+        write(right, digits);
+        return make(digits);
+      }
+      write(right, digits);
+      append(left - kTable, digits);
+      return left;
+    }
+    // A short run in front of a long one: a chunk of its own, first.
+    write(left, digits);
+    run& r = runs_[right - kTable];
+    chunks_.push_back({arena_.size(), static_cast<std::uint32_t>(digits.size()), r.first});
+    arena_ += digits;
+    r.first = static_cast<std::uint32_t>(chunks_.size() - 1);
+    r.length += digits.size();
+    return right;
+  }
+
+  // The run of `c` without its first `n` digits, of which it has more.
+  cell drop_front(cell c, std::size_t n) {
+    if (c < kTable) {
+      std::string digits;
+      write(c, digits);
+      return make(std::string_view(digits).substr(n));
+    }
+    run& at = runs_[c - kTable];
     at.length -= n;
     while (n > 0) {
-      chunk& c = chunks_[at.first];
-      const std::size_t taken = std::min(n, c.length);
-      c.offset += taken;
-      c.length -= taken;
+      chunk& k = chunks_[at.first];
+      const std::size_t taken = std::min<std::size_t>(n, k.length);
+      k.offset += taken;
+      k.length -= static_cast<std::uint32_t>(taken);
       n -= taken;
-      if (c.length == 0) at.first = c.next;
+      if (k.length == 0) at.first = k.next;
     }
+    return c;
   }
 
-  // Appends the first `n` digits of run `r` (all by default) to `out`, and
-  // counts them into `read`.
-  void write(std::uint32_t r, std::string& out, std::size_t& read, std::size_t n = SIZE_MAX) const {
-    for (std::uint32_t c = runs_[r].first; c != kNone && n > 0; c = chunks_[c].next) {
-      const std::size_t taken = std::min(n, chunks_[c].length);
-      out.append(arena_, chunks_[c].offset, taken);
-      read += taken;
+  // Appends the first `n` digits of the run of `c` (all by default) to
+  // `out`, counting them into `read` when given.
+  void write(cell c, std::string& out, std::size_t* read = nullptr,
+             std::size_t n = SIZE_MAX) const {
+    if (c < kTable) {
+      const std::size_t length = this->length(c);
+      char digits[kInline];
+      cell value = c - kRun - kInlineBase[length];
+      for (std::size_t i = length; i-- > 0; value /= 10) {
+        digits[i] = static_cast<char>('0' + value % 10);
+      }
+      const std::size_t taken = std::min(n, length);
+      out.append(digits, taken);
+      if (read) *read += taken;
+      return;
+    }
+    for (std::uint32_t k = runs_[c - kTable].first; k != kNone && n > 0; k = chunks_[k].next) {
+      const std::size_t taken = std::min<std::size_t>(n, chunks_[k].length);
+      out.append(arena_, chunks_[k].offset, taken);
+      if (read) *read += taken;
       n -= taken;
     }
   }
 
  private:
+  static constexpr std::uint32_t kNone = 0xFFFFFFFF;
+  static constexpr std::size_t kChunkMost = 0xFFFFFFFF;
+
+  // Puts `digits` behind run `r`: into its last chunk where that ends the
+  // arena, as when one run keeps growing, else into new chunks.
+  void append(std::uint32_t r, std::string_view digits) {
+    run& at = runs_[r];
+    at.length += digits.size();
+    if (at.last != kNone) {
+      chunk& last = chunks_[at.last];
+      if (last.offset + last.length == arena_.size() && digits.size() <= kChunkMost - last.length) {
+        arena_ += digits;
+        last.length += static_cast<std::uint32_t>(digits.size());
+        return;
+      }
+    }
+    for (std::size_t from = 0; from < digits.size(); from += kChunkMost) {
+      const std::size_t n = std::min(kChunkMost, digits.size() - from);
+      chunks_.push_back({arena_.size(), static_cast<std::uint32_t>(n), kNone});
+      arena_.append(digits.substr(from, n));
+      const auto k = static_cast<std::uint32_t>(chunks_.size() - 1);
+      if (runs_[r].last == kNone) {
+        runs_[r].first = k;
+      } else {
+        chunks_[runs_[r].last].next = k;
+      }
+      runs_[r].last = k;
+    }
+  }
+
   struct chunk {
     std::size_t offset;
-    std::size_t length;
+    std::uint32_t length;
     std::uint32_t next;
   };
   struct run {
@@ -185,16 +279,6 @@ class digit_runs {
   std::vector<chunk> chunks_;
   std::vector<run> runs_;
 };
-
-// A cell of an expression: a byte other than a digit (below 256), or a whole
-// run of digits (kRun and up, the run's number added). No two runs stand
-// next to each other: digits that meet join into one run.
-using cell = std::uint32_t;
-constexpr cell kRun = 256;
-
-constexpr bool is_run(cell c) { return c >= kRun; }
-constexpr std::uint32_t run_of(cell c) { return c - kRun; }
-constexpr cell byte_cell(char c) { return static_cast<unsigned char>(c); }
 
 // The cells of an expression, held with a gap where the last edit was, so
 // that an edit costs its distance from the one before rather than a rebuild
@@ -348,7 +432,7 @@ class reducer {
       }
       std::size_t end = i;
       while (end < expression.size() && expression[end] >= '0' && expression[end] <= '9') ++end;
-      text_.push_back(kRun + runs_.make(expression.substr(i, end - i)));
+      text_.push_back(runs_.make(expression.substr(i, end - i)));
       i = end;
     }
   }
@@ -380,7 +464,7 @@ class reducer {
     if (!run_at(i)) return std::nullopt;
     ++i;
     if (is(i, '.') && run_at(i + 1)) {
-      if (runs_.length(run_of(at(i + 1))) <= 2) {
+      if (runs_.length(at(i + 1)) <= 2) {
         i += 2;
       } else {
         ++i;
@@ -512,7 +596,7 @@ class reducer {
     for (std::size_t i = from; i < to; ++i) {
       const cell c = text_.at(i);
       if (is_run(c)) {
-        runs_.write(run_of(c), out, work_.digits_read);
+        runs_.write(c, out, &work_.digits_read);
       } else {
         out += static_cast<char>(c);
       }
@@ -523,7 +607,7 @@ class reducer {
   // The number text of a number, read when it is computed, which removes it.
   std::string number_text(const cell_number& n) const {
     std::string out = written(n.begin, n.end);
-    if (n.partial) runs_.write(run_of(at(n.end)), out, work_.digits_read, 2);
+    if (n.partial) runs_.write(at(n.end), out, &work_.digits_read, 2);
     return out;
   }
 
@@ -583,7 +667,7 @@ class reducer {
       }
       std::size_t end = i;
       while (end < text.size() && text[end] >= '0' && text[end] <= '9') ++end;
-      out.push_back(kRun + runs_.make(text.substr(i, end - i)));
+      out.push_back(runs_.make(text.substr(i, end - i)));
       i = end;
     }
     return out;
@@ -609,6 +693,8 @@ class reducer {
   }
 
   // The leftmost piece of kind `k` starting in [from, to); it may read past `to`.
+  // A group or a call is tried only where the cell behind its opening can
+  // begin what must follow.
   std::optional<cell_piece> search_in(kind k, std::size_t from, std::size_t to) {
     for (std::size_t i = from; i < to; ++i) {
       ++work_.cells_looked_at;
@@ -616,10 +702,15 @@ class reducer {
       std::optional<cell_piece> found;
       switch (k) {
         case kGroup:
-          if (c == byte_cell('(')) found = group_at(i);
+          if (c == byte_cell('(')) {
+            const cell next = at(i + 1);
+            if (next == byte_cell(' ') || next == byte_cell('-') || is_run(next)) {
+              found = group_at(i);
+            }
+          }
           break;
         case kRound:
-          if (c == byte_cell('r')) found = round_at(i);
+          if (c == byte_cell('r') && at(i + 1) == byte_cell('o')) found = round_at(i);
           break;
         case kProduct:
         case kSum:
@@ -643,15 +734,22 @@ class reducer {
     std::size_t end = piece.end;
     if (piece.partial) {
       // The run behind the piece keeps its digits past the two taken.
-      runs_.drop_front(run_of(text_.at(end)), 2);
+      with.push_back(runs_.drop_front(text_.at(end), 2));
+      ++end;
     }
     if (!with.empty() && is_run(with.front()) && begin > 0 && is_run(text_.at(begin - 1))) {
-      runs_.join(run_of(text_.at(begin - 1)), run_of(with.front()));
-      with.front() = text_.at(begin - 1);
+      with.front() = runs_.join(text_.at(begin - 1), with.front());
       --begin;
     }
+    // The rest of a partial run follows the new text: join them if the new
+    // text ends in digits.
+    if (with.size() >= 2 && is_run(with[with.size() - 1]) && is_run(with[with.size() - 2])) {
+      const cell joined = runs_.join(with[with.size() - 2], with.back());
+      with.pop_back();
+      with.back() = joined;
+    }
     if (!with.empty() && is_run(with.back()) && end < text_.size() && is_run(text_.at(end))) {
-      runs_.join(run_of(with.back()), run_of(text_.at(end)));
+      with.back() = runs_.join(with.back(), text_.at(end));
       ++end;
     }
     text_.replace(begin, end, with);

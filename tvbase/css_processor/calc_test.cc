@@ -563,10 +563,10 @@ TEST(EvaluateCalc, DoesThePassesOfTheReference) {
   };
   // Or a soup of the bytes that pieces are made of, which reduces in fewer
   // and stranger steps.
-  const char* const soup[] = {"(",  ")",   "( ",     " )",     " ",  "-",         "+",   " * ",
-                              "/",  ".",   "1",      "23",     "0",  "4.5",       "999", "px",
-                              "em", "%",   "round(", "up,",    ",",  "nearest ,", "x",   "e",
-                              "p",  "(1)", ".123",   "1.2345", "7(", ")8",        "..",  "0.01"};
+  const char* const soup[] = {
+      "(", ")",   "( ",   " )",     " ",  "-",  "+",      " * ",  "/",     ".",         "1", "23",
+      "0", "4.5", "999",  "px",     "em", "%",  "round(", "up,",  ",",     "nearest ,", "x", "e",
+      "p", "(1)", ".123", "1.2345", "7(", ")8", "..",     "0.01", "56789", ".123456"};
   const auto soup_text = [&] {
     std::string out;
     for (std::size_t n = 1 + pick(40); n > 0; --n) out += soup[pick(std::size(soup))];
