@@ -7,7 +7,6 @@
 #include <tvbase/json/object.h>
 
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <optional>
 #include <sstream>
@@ -20,6 +19,7 @@
 
 #include <tvbase/json/parser.h>
 #include <tvbase/testing/allocation_counter.h>
+#include <tvbase/testing/colliding_keys.h>
 
 namespace {
 
@@ -272,36 +272,10 @@ TEST(JsonParseLarge, EachDictionaryStartsItsOwnKeyIndex) {
   EXPECT_EQ(value(4).to_string(), L"{\"k\":2}");
 }
 
-// Keys of four units that std::hash<std::wstring_view> of libstdc++ maps to
-// one value: it hashes the 16 bytes in two 8-byte blocks from a fixed seed,
-// and each block's step can be undone, so for any first block there is a
-// second that brings the state to the same value. The reader's key index
-// used that hash, and 100,000 such keys took it 8 s, each new key probing
-// past all the others.
-std::vector<std::wstring> keys_colliding_in_the_standard_hash(std::size_t count) {
-  constexpr std::uint64_t kMul = (std::uint64_t{0xC6A4A793} << 32) + 0x5BD1E995;
-  const auto unshift = [](std::uint64_t v) { return v ^ (v >> 47); };  // its own inverse
-  std::uint64_t inverse = kMul;  // Newton's steps for the inverse modulo 2^64
-  for (int i = 0; i < 6; ++i) inverse *= 2 - kMul * inverse;
-  const std::uint64_t start = 0xC70F6907ull ^ (16 * kMul);
-  std::vector<std::wstring> keys;
-  for (std::uint32_t i = 0; keys.size() < count; ++i) {
-    std::uint32_t units[4] = {0x100 + (i & 0xFFFF), 0x100 + (i >> 16), 0, 0};
-    std::uint64_t first;
-    std::memcpy(&first, units, 8);
-    const std::uint64_t step = unshift(first * kMul) * kMul;
-    const std::uint64_t second =
-        unshift(((start ^ step) * kMul ^ 0x0123456789ABCDEFull) * inverse) * inverse;
-    std::memcpy(units + 2, &second, 8);
-    // Units the reader takes raw inside a string.
-    if (units[2] < 0x20 || units[2] == '"' || units[2] == '\\') continue;
-    if (units[3] < 0x20 || units[3] == '"' || units[3] == '\\') continue;
-    std::wstring key(4, L'\0');
-    for (int k = 0; k < 4; ++k) key[k] = static_cast<wchar_t>(units[k]);
-    keys.push_back(std::move(key));
-  }
-  return keys;
-}
+// Keys that libstdc++'s std::hash<std::wstring_view> maps to one value. The
+// reader's key index used that hash, and 100,000 such keys took it 8 s,
+// each new key probing past all the others.
+using testing_support::keys_colliding_in_the_standard_hash;
 
 // A dictionary of `keys` in order, the key of index `again` repeated at the
 // end with the value -1; each other value is its key's index.
