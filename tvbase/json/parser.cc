@@ -580,6 +580,8 @@ std::wstring parser::parse_number() {
 
 // Every look at the next unit goes through peek, so a NUL right behind the
 // number raises "unexpected end of file". Runs of digits are taken at once.
+// The number is measured first and then appended at its exact size, so that
+// a long one is copied once and takes no more room than its text.
 void parser::read_number(std::wstring& out) {
   const auto step = [this] {
     ++cursor;
@@ -607,34 +609,38 @@ void parser::read_number(std::wstring& out) {
     if (!is_digit(peek())) raise(exception::expected_digit);
     digits();
   }
+  const wchar_t* const mantissa_end = cursor;
   if (cursor == limit || (*cursor != L'e' && *cursor != L'E')) {
-    out.append(start, cursor);
+    out.append(start, mantissa_end);
     return;
   }
-  out.append(start, cursor);
-  out.push_back(L'e');
   step();
   c = peek();
-  if (c == L'+' || c == L'-') {
-    out.push_back(c);
-    step();
-  } else {
-    out.push_back(L'+');
-  }
+  const wchar_t sign = c == L'-' ? L'-' : L'+';
+  if (c == L'+' || c == L'-') step();
   if (!is_digit(peek())) raise(exception::expected_digit);
-  start = cursor;
+  const wchar_t* const exponent = cursor;
   digits();
-  out.append(start, cursor);
+  const auto mantissa = static_cast<std::size_t>(mantissa_end - start);
+  out.reserve(out.size() + mantissa + 2 + static_cast<std::size_t>(cursor - exponent));
+  out.append(start, mantissa_end);
+  out.push_back(L'e');
+  out.push_back(sign);
+  out.append(exponent, cursor);
 }
 
-// Number text is ASCII: the usual number is held in the value itself.
+// Number text is ASCII: the usual number is held in the value itself, and
+// a longer one takes the buffer it was read into.
 void parser::parse_number_value(object& target) {
   scratch_.clear();
   read_number(scratch_);
   if (scratch_.size() <= detail::short_number::kMax) {
     store<detail::short_number>(target, detail::make_short(scratch_));
-  } else {
+  } else if (scratch_.capacity() > 2 * scratch_.size()) {
     store<number>(target, std::wstring(scratch_));
+  } else {
+    store<number>(target, std::move(scratch_));
+    scratch_ = std::wstring();
   }
 }
 

@@ -83,7 +83,7 @@ TEST(JsonParseLarge, MillionLevelsStopAtTheDepthLimit) {
 
 // One token of 10 MB; k = 4: the text read into the value (exactly its
 // size) and the reader's buffer, which doubles as escapes are added one by
-// one, or once for the exponent of a number.
+// one.
 TEST(JsonParseLarge, TenMegabyteTokens) {
   struct row {
     const char* name;
@@ -352,6 +352,53 @@ TEST(JsonKeyIndex, KeysCollidingWhateverTheSeedFallBackToSipHash) {
   ASSERT_EQ(again.cursor, again.limit);
   EXPECT_LE(again.key_probes(), 16 * kColliding);
   expect_read_in_order(both(1), keys, 99999);
+}
+
+// A number is measured before it is copied: a long one, with or without
+// its exponent, takes the room of its text once, in the value or in the
+// result of wstring_to_number_wstring, and no buffer beside it.
+TEST(JsonParseLarge, TenMegabyteNumbersAreCopiedOnce) {
+  const std::wstring digits = L"1" + repeat(L"2", kLong);
+  const struct {
+    const char* name;
+    std::wstring text;
+    std::wstring expected;
+  } rows[] = {
+      {"whole", digits, digits},
+      {"fraction", L"-0." + digits, L"-0." + digits},
+      {"exponent", L"-" + digits + L".5E-3", L"-" + digits + L".5e-3"},
+      {"exponent without its sign", digits + L"e7", digits + L"e+7"},
+      {"in an array", L"[" + digits + L"E+12]", L"[" + digits + L"e+12]"},
+  };
+  // The value's text, and what the allocator rounds it up to.
+  const auto bound = [](const std::wstring& text) { return bytes_of(text) + 4096; };
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.name);
+    object value;
+    std::optional<object::error> error;
+    const std::size_t held = peak_bytes_during([&] { error = value.parse(r.text); });
+    ASSERT_FALSE(error) << error->message;
+    EXPECT_LE(held, bound(r.text));
+    EXPECT_EQ(value.to_string(), r.expected);
+    if (r.text[0] == L'[') continue;
+    std::wstring number;
+    const std::size_t function_held =
+        peak_bytes_during([&] { number = json::functions::wstring_to_number_wstring(r.text); });
+    EXPECT_LE(function_held, bound(r.text));
+    EXPECT_EQ(number, r.expected);
+  }
+  // A number read behind a longer string does not keep the reader's buffer,
+  // which the string made four times as long as the number: what the tree
+  // holds afterwards is the two texts.
+  const std::wstring string = repeat(L"a", kLong);
+  const std::wstring number = L"1" + repeat(L"2", kLong / 4);
+  const std::size_t before = testing_support::live_bytes();
+  {
+    object pair;
+    ASSERT_FALSE(pair.parse(L"[\"" + string + L"\"," + number + L"e1]"));
+    EXPECT_LE(testing_support::live_bytes() - before, bytes_of(string) + bytes_of(number) + 8192);
+    EXPECT_EQ(pair(1).to_string(), number + L"e+1");
+  }
 }
 
 // The text functions on 10 MB; k = 4 as for tokens.
