@@ -108,6 +108,13 @@ typename engine<Char>::place engine<Char>::locate(std::size_t begin) const {
   const std::size_t s =
       static_cast<std::size_t>(std::partition_point(k.ends, k.ends + k.last + 1, above) - k.ends);
   const replacement* const slab = k.slots[s];
+  // Once the index outgrows the caches, the slab is a few lines of memory
+  // that the search below would fetch one after another: ask for all of
+  // them at once.
+  const auto* const bytes = reinterpret_cast<const char*>(slab);
+  for (std::size_t line = 0; line < k.used[s] * sizeof(replacement); line += 64) {
+    __builtin_prefetch(bytes + line);
+  }
   const std::size_t at =
       static_cast<std::size_t>(std::partition_point(slab, slab + k.used[s],
                                                     [begin](const replacement& r) {
