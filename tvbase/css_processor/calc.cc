@@ -425,16 +425,7 @@ class reducer {
  public:
   reducer(std::string_view name, std::string_view expression) : name_(name) {
     text_.reserve(expression.size());
-    for (std::size_t i = 0; i < expression.size();) {
-      if (expression[i] < '0' || expression[i] > '9') {
-        text_.push_back(byte_cell(expression[i++]));
-        continue;
-      }
-      std::size_t end = i;
-      while (end < expression.size() && expression[end] >= '0' && expression[end] <= '9') ++end;
-      text_.push_back(runs_.make(expression.substr(i, end - i)));
-      i = end;
-    }
+    split_cells(expression, [this](cell c) { text_.push_back(c); });
   }
 
   // Reduces the text; leaves it in `expression` and gives the message of a
@@ -660,17 +651,24 @@ class reducer {
   // The cells of a new piece of text, its digits made into runs.
   std::vector<cell>& cells_of(std::string_view text, std::vector<cell>& out) {
     out.clear();
+    split_cells(text, [&out](cell c) { out.push_back(c); });
+    return out;
+  }
+
+  // Gives `put` the cells of `text` in order: a byte, or a whole run of
+  // digits made into a run.
+  template <class Put>
+  void split_cells(std::string_view text, Put put) {
     for (std::size_t i = 0; i < text.size();) {
       if (text[i] < '0' || text[i] > '9') {
-        out.push_back(byte_cell(text[i++]));
+        put(byte_cell(text[i++]));
         continue;
       }
       std::size_t end = i;
       while (end < text.size() && text[end] >= '0' && text[end] <= '9') ++end;
-      out.push_back(runs_.make(text.substr(i, end - i)));
+      put(runs_.make(text.substr(i, end - i)));
       i = end;
     }
-    return out;
   }
 
   // The leftmost piece of kind `k` among its unsettled places; then the
