@@ -83,13 +83,17 @@ void rebuild(replace_engine::engine<char>& edits, std::string& text) {
 // by their folded text without a node or a copy per name: an
 // open-addressing table of 64-bit slots, each the number of a listed name
 // (plus one; 0 is free) under 24 bits of its hash, so that a probe reads
-// one slot, and a listed name only when those bits agree. The table is made
-// for the most names the text can hold, once, and never refilled.
+// one slot, and a listed name only when those bits agree. The table starts
+// small and doubles once it is two thirds full, filled again from the names
+// in their order, which reads them as they stand in the text: a sheet that
+// names few images many times keeps a table of its size, and one that
+// names many hashes each name about twice.
 //
 // Over a big sheet the table is far larger than the caches, and a probe
 // would wait for memory each time; so the slots of the names ahead are
-// asked for early, kAhead of them, and the waits overlap. The names are
-// copied out once, at the end, into a list of their exact length.
+// asked for early, kAhead of them, and the waits overlap, here and when
+// the table is filled again. The names are copied out once, at the end,
+// into a list of their exact length.
 class image_names {
  public:
   static constexpr std::size_t kAhead = 16;
@@ -112,12 +116,7 @@ class image_names {
     return mix(h ^ tail);
   }
 
-  // Made for at most `most` names: the table stays under two thirds full.
-  explicit image_names(std::size_t most) {
-    std::size_t size = 64;
-    while (2 * size <= 3 * most) size *= 2;
-    slots_.resize(size);
-  }
+  image_names() : slots_(64) {}
 
   void prefetch(std::uint64_t h) const { ask_for(&slots_[h & (slots_.size() - 1)]); }
 
@@ -131,6 +130,7 @@ class image_names {
     }
     names_.push_back(name);
     slots_[i] = tag << 40 | names_.size();
+    if (3 * names_.size() > 2 * slots_.size()) grow();
   }
 
   std::vector<std::string> take() const {
@@ -142,6 +142,20 @@ class image_names {
 
  private:
   static constexpr std::uint64_t kIndex = (std::uint64_t{1} << 40) - 1;
+
+  // A table twice the size, holding every listed name.
+  void grow() {
+    std::vector<std::uint64_t> bigger(2 * slots_.size());
+    const std::size_t mask = bigger.size() - 1;
+    for (std::size_t n = 0; n < names_.size(); ++n) {
+      if (n + kAhead < names_.size()) ask_for(&bigger[hash(names_[n + kAhead]) & mask]);
+      const std::uint64_t h = hash(names_[n]);
+      std::size_t i = h & mask;
+      while (bigger[i] != 0) i = (i + 1) & mask;
+      bigger[i] = (h >> 40) << 40 | (n + 1);
+    }
+    slots_.swap(bigger);
+  }
 
   static void ask_for([[maybe_unused]] const void* address) {
 #if defined(__GNUC__)
@@ -166,17 +180,6 @@ class image_names {
   std::vector<std::string_view> names_;  // into the text, in order of appearance
   std::vector<std::uint64_t> slots_;     // a power of two
 };
-
-// How many times "url(" stands in `text`, in any case.
-std::size_t count_url_calls(std::string_view text) {
-  std::size_t count = 0;
-  for (std::size_t paren = text.find('(', 3); paren != std::string_view::npos;
-       paren = text.find('(', paren + 1)) {
-    count += (text[paren - 3] | 0x20) == 'u' && (text[paren - 2] | 0x20) == 'r' &&
-             (text[paren - 1] | 0x20) == 'l';
-  }
-  return count;
-}
 
 }  // namespace
 
@@ -220,17 +223,14 @@ std::optional<std::string> processor::process() {
 }
 
 // Matches are found kAhead in front of the one being listed, so that the
-// table's slot for each is on its way from memory when it is needed. The
-// table is made large enough for a name at every "url(" of the text, as
-// far as names can stand there (a match takes at least ten bytes), so that
-// a big sheet does not refill it again and again: 12 to 24 bytes a "url(".
+// table's slot for each is on its way from memory when it is needed.
 std::vector<std::string> processor::images() const {
   constexpr std::size_t kAhead = image_names::kAhead;
   struct pending {
     std::string_view name;
     std::uint64_t hash;
   };
-  image_names listed(std::min(count_url_calls(text_), text_.size() / 10));
+  image_names listed;
   pending ahead[kAhead];
   std::size_t first = 0;
   std::size_t count = 0;
