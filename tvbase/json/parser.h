@@ -67,7 +67,8 @@ class parser {
   // Appends the string at the cursor to `out`; the fast inner loop of
   // parse_string.
   void read_string_body(std::wstring& out, bool quoted);
-  void read_escape(std::wstring& out);
+  // Inline: defined in parser.cc, the only place that calls it.
+  inline void read_escape(std::wstring& out);
   wchar_t hex_digit();
   // Appends number text to `out`, as parse_number gives it.
   void read_number(std::wstring& out);

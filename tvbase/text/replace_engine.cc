@@ -112,9 +112,13 @@ typename engine<Char>::place engine<Char>::locate(std::size_t begin) const {
   // that the search below would fetch one after another: ask for all of
   // them at once.
   const auto* const bytes = reinterpret_cast<const char*>(slab);
+#if defined(__GNUC__)
   for (std::size_t line = 0; line < k.used[s] * sizeof(replacement); line += 64) {
     __builtin_prefetch(bytes + line);
   }
+#else
+  static_cast<void>(bytes);
+#endif
   const std::size_t at =
       static_cast<std::size_t>(std::partition_point(slab, slab + k.used[s],
                                                     [begin](const replacement& r) {
