@@ -3,6 +3,7 @@
 #   make demo    set up, build, run the tools on the bundled examples
 #   make demo-pictures   the flame graphs of examples/traced_app as PNG (chromium)
 #   make bench   set up (with the peers), build in Release, run the benchmarks
+#                (the node peers: bench/peers/install.sh; without npm their rows skip)
 #   make fuzz    set up clang, build the fuzz targets, run each FUZZ_SECONDS
 #   make check-valgrind   test programs under valgrind memcheck
 JOBS ?= $(shell nproc)
@@ -31,6 +32,7 @@ demo-pictures: build
 
 bench:
 	@scripts/setup.sh bench
+	@bench/peers/install.sh || echo "make bench: node peers not installed; their rows are skipped"
 	cmake --preset bench $(CMAKE_ARGS)
 	cmake --build --preset bench -j $(JOBS)
 	@scripts/bench.sh build/bench

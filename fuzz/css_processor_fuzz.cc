@@ -1,7 +1,7 @@
 // process() and images() on any bytes: no crash, no hang, and only the
-// library's messages, or std::length_error for references that would grow
-// the text past its limit. A text with nothing the passes look for comes back
-// unchanged.
+// library's messages, or std::length_error for references that would take
+// the text, or the sheet and its values together, past the budget. A text
+// with nothing the passes look for comes back unchanged.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,15 +1,14 @@
 // The style-sheet processor on the generated corpora, beside lightningcss
 // (minify) and a PostCSS pipeline (custom properties with preserve false, then
-// calc), both run by node when bench/css/install_peers.sh has installed them.
+// calc), both run by node when bench/peers/install.sh has installed them.
 #include <benchmark/benchmark.h>
 
+#include "../node_peer.h"
 #include "../ratio_reporter.h"
 
 #include <malloc.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -90,31 +89,11 @@ void BM_NestedCalc(benchmark::State& state) {
 }
 BENCHMARK(BM_NestedCalc)->Arg(10000)->Unit(benchmark::kMillisecond);
 
-// One peer run by node: the script times `runs` runs after a warm-up and
-// prints the mean seconds per run, which becomes this benchmark's time.
+// One peer run by node on the 1 MB corpus.
 void run_peer(benchmark::State& state, const char* tool, int runs) {
   const std::string& source = corpus("1M");
-  const std::string file = std::string(TVBASE_CSS_CORPUS_DIR) + "/corpus-1M.css";
-  if (!std::filesystem::exists(std::string(TVBASE_CSS_PEER_MODULES) + "/" + tool)) {
-    state.SkipWithError("not installed: run bench/css/install_peers.sh");
-    return;
-  }
-  const std::string command = "NODE_PATH='" + std::string(TVBASE_CSS_PEER_MODULES) + "' node '" +
-                              TVBASE_CSS_PEER_SCRIPT + "' " + tool + " '" + file + "' " +
-                              std::to_string(runs);
-  for (auto _ : state) {
-    double seconds = 0;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-      char line[64] = {};
-      const bool read = std::fgets(line, sizeof line, pipe) != nullptr;
-      if (pclose(pipe) == 0 && read) seconds = std::strtod(line, nullptr);
-    }
-    if (seconds <= 0) {
-      state.SkipWithError("the node run failed");
-      return;
-    }
-    state.SetIterationTime(seconds);
-  }
+  bench_support::run_node_peer(state, tool, std::string(TVBASE_CSS_CORPUS_DIR) + "/corpus-1M.css",
+                               runs);
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(source.size()));
   state.SetLabel(std::string("corpus 1M, node, mean of ") + std::to_string(runs) + " runs");
 }

@@ -1,16 +1,16 @@
 // The HTML scanner on two real pages, beside gumbo's full parse of the same
-// bytes and htmlparser2 run by node (when bench/html/install_peers.sh has
+// bytes and htmlparser2 run by node (when bench/peers/install.sh has
 // installed it). An allocation counter shows what a scan allocates, and a
 // deep nesting run shows that the time grows linearly with the depth.
 #include <benchmark/benchmark.h>
 
 #include <gumbo.h>
 #include <malloc.h>
+#include "../node_peer.h"
 #include "../ratio_reporter.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -108,29 +108,10 @@ void BM_Peer_GumboParse(benchmark::State& state) {
 }
 BENCHMARK(BM_Peer_GumboParse)->Arg(0)->Arg(1)->ArgName("file")->Unit(benchmark::kMillisecond);
 
-// htmlparser2 run by node: the script times 20 runs after a warm-up and
-// prints the mean seconds per run, which becomes this benchmark's time.
+// htmlparser2 run by node, 20 runs after a warm-up.
 void BM_Peer_Htmlparser2(benchmark::State& state) {
   const std::string& text = page(state.range(0));
-  if (!std::filesystem::exists(std::string(TVBASE_HTML_PEER_MODULES) + "/htmlparser2")) {
-    state.SkipWithError("not installed: run bench/html/install_peers.sh");
-    return;
-  }
-  const std::string command = "NODE_PATH='" + std::string(TVBASE_HTML_PEER_MODULES) + "' node '" +
-                              TVBASE_HTML_PEER_SCRIPT + "' '" + path_of(state.range(0)) + "' 20";
-  for (auto _ : state) {
-    double seconds = 0;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-      char line[64] = {};
-      const bool read = std::fgets(line, sizeof line, pipe) != nullptr;
-      if (pclose(pipe) == 0 && read) seconds = std::strtod(line, nullptr);
-    }
-    if (seconds <= 0) {
-      state.SkipWithError("the node run failed");
-      return;
-    }
-    state.SetIterationTime(seconds);
-  }
+  bench_support::run_node_peer(state, "htmlparser2", path_of(state.range(0)), 20);
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
   state.SetLabel(std::string(kFiles[state.range(0)]) + ", node, mean of 20 runs");
 }

@@ -18,6 +18,8 @@
 
 #include <climits>
 #include <cstdio>
+#include <iterator>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -29,6 +31,7 @@
 #include <tvbase/json/object.h>
 #include <tvbase/system/version.h>
 #include <tvbase/testing/allocation_counter.h>
+#include <tvbase/testing/colliding_keys.h>
 #include <tvbase/text/convert.h>
 #include <tvbase/text/replace_engine.h>
 #include <tvbase/text/string_stash.h>
@@ -114,6 +117,19 @@ void BM_JsonKeys(benchmark::State& state) {
 }
 BENCHMARK(BM_JsonKeys)->Apply(sizes);
 
+// One dictionary of keys that libstdc++'s std::hash maps to one value: the
+// key index once used that hash, and read these in quadratic time.
+void BM_JsonCollidingKeys(benchmark::State& state) {
+  const std::size_t count = static_cast<std::size_t>(state.range(0)) / (11 * sizeof(wchar_t));
+  std::wstring text = L"{";
+  for (const std::wstring& key : testing_support::keys_colliding_in_the_standard_hash(count)) {
+    text.append(L"\"").append(key).append(L"\":0,");
+  }
+  text.back() = L'}';
+  json_parse(state, text);
+}
+BENCHMARK(BM_JsonCollidingKeys)->Apply(sizes);
+
 void BM_JsonString(benchmark::State& state) {
   json_parse(state, L"\"" + fill(L"text \\n\\u00e9 ", state.range(0)) + L"\"");
 }
@@ -198,6 +214,43 @@ void BM_CssCalcNesting(benchmark::State& state) {
                          std::string(depth, ')') + ")}p{m:var(--d)}");
 }
 BENCHMARK(BM_CssCalcNesting)->Apply(depths);
+
+// calc(1(1)(1)...): each group that goes joins its digit to one growing
+// run, which the reducer once read again at every pass.
+void BM_CssCalcGrowingRun(benchmark::State& state) {
+  css_process(state, ":root{--d:calc(1" + fill("(1)", state.range(0)) + ")}p{m:var(--d)}");
+}
+BENCHMARK(BM_CssCalcGrowingRun)->Apply(sizes);
+
+// A :root block that doubles a value up to range(0) bytes and then defines a
+// hundred variables that each refer to it: without one budget for the whole
+// call, each held another copy. process() throws std::length_error once the
+// sheet and its values pass the budget (16 MiB for so small a sheet), so the
+// work is bounded whatever the size asked for.
+void BM_CssReferenceBomb(benchmark::State& state) {
+  std::string sheet = ":root{--v0:abcdefgh;";
+  int steps = 0;
+  for (std::int64_t size = 8; size < state.range(0); size *= 2) {
+    ++steps;
+    sheet += "--v" + std::to_string(steps) + ":var(--v" + std::to_string(steps - 1) + ")var(--v" +
+             std::to_string(steps - 1) + ");";
+  }
+  for (int i = 0; i < 100; ++i) {
+    sheet += "--use" + std::to_string(i) + ":var(--v" + std::to_string(steps) + ");";
+  }
+  sheet += "}p{q:var(--use99)}";
+  measure(state, sheet.size(), [&] {
+    css_processor::processor p{std::string(sheet)};
+    try {
+      benchmark::DoNotOptimize(p.process());
+    } catch (const std::length_error&) {
+      // the budget's answer
+    }
+  });
+}
+BENCHMARK(BM_CssReferenceBomb)->Apply([](benchmark::internal::Benchmark* b) {
+  bounded(b, kSizes, "bytes");
+});
 
 void BM_CssBraces(benchmark::State& state) {
   css_process(state, fill("a{", state.range(0) * 2) + "b:url(x.png)" +
@@ -391,14 +444,25 @@ BENCHMARK(BM_StringStash)->Apply(sizes);
 
 // --- system and form ---------------------------------------------------------------
 
-// Parse reads at most the seven bytes of the longest form.
+// Many version texts one after the other, each ended by its NUL, as a
+// list of products' versions would be read: valid ones of every length and
+// part, and some that are not versions.
 void BM_VersionParse(benchmark::State& state) {
-  const std::string token = "12.41b" + std::string(static_cast<std::size_t>(state.range(0)), 'x');
-  measure(state, token.size(), [&] { benchmark::DoNotOptimize(TvVersion::Parse(token.c_str())); });
+  const char* const forms[] = {"12.41b", "3.05_", "9.99z", "10.00a", "7.1",   "12.41B",
+                               "0.00_",  "99.9",  "1.2x",  "4.56_",  "45.67", "123.4a"};
+  std::string texts;
+  std::vector<std::size_t> starts;
+  for (std::size_t i = 0; texts.size() < static_cast<std::size_t>(state.range(0)); ++i) {
+    starts.push_back(texts.size());
+    texts.append(forms[i % std::size(forms)]).push_back('\0');
+  }
+  measure(state, texts.size(), [&] {
+    unsigned long sum = 0;
+    for (const std::size_t at : starts) sum += TvVersion::Parse(texts.data() + at);
+    benchmark::DoNotOptimize(sum);
+  });
 }
-BENCHMARK(BM_VersionParse)->Apply([](benchmark::internal::Benchmark* b) {
-  bounded(b, kSizes, "bytes");
-});
+BENCHMARK(BM_VersionParse)->Apply(sizes);
 
 void BM_FormField(benchmark::State& state) {
   const std::string half(static_cast<std::size_t>(state.range(0)) / 2, 'v');
@@ -420,12 +484,15 @@ void print_ratios(const bench_support::ratio_reporter& r) {
       "about 1)\n");
   const char* const by_size[] = {"BM_JsonArray",
                                  "BM_JsonKeys",
+                                 "BM_JsonCollidingKeys",
                                  "BM_JsonString",
                                  "BM_JsonNumber",
                                  "BM_JsonUnescape",
                                  "BM_JsonNumberText",
                                  "BM_JsonWriteWide",
                                  "BM_CssSheet",
+                                 "BM_CssCalcGrowingRun",
+                                 "BM_CssReferenceBomb",
                                  "BM_CssComment",
                                  "BM_CssUnclosedComment",
                                  "BM_CssVariableName",

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -116,28 +117,185 @@ void normalise_space(replace_engine::engine<char>& edits, std::string& expressio
   }
 }
 
-// The expression being reduced, held with a gap where the last edit was, so
-// that an edit costs its distance from the one before rather than a rebuild
-// of the whole text. Positions count the text without the gap.
-class gap_text {
+// A cell of an expression: a byte other than a digit (below 256), or a whole
+// run of digits. No two runs stand next to each other: digits that meet
+// join into one run. A run of up to four digits is held in the cell itself
+// (its length and value give 11,110 codes from kRun on); a longer one is a
+// number in the table of digit_runs, from kTable on.
+using cell = std::uint32_t;
+constexpr cell kRun = 256;
+constexpr std::size_t kInline = 4;
+constexpr cell kInlineBase[kInline + 1] = {0, 0, 10, 110, 1110};  // codes below each length
+constexpr cell kTable = kRun + 11110;
+
+constexpr bool is_run(cell c) { return c >= kRun; }
+constexpr cell byte_cell(char c) { return static_cast<unsigned char>(c); }
+
+// The long runs of digits of an expression. A run is a list of chunks of
+// digits in one arena, so that two runs that an edit brings together join
+// in constant time, and a number that takes the first digits of a run
+// leaves the rest in constant time: no digit is read again until the number
+// it belongs to is computed, which removes it. Short runs stand in their
+// cells and need no entry here.
+class digit_runs {
  public:
-  explicit gap_text(std::string text)
-      : buffer_(std::move(text)), gap_(buffer_.size()), rest_(buffer_.size()) {}
-
-  std::size_t size() const { return gap_ + (buffer_.size() - rest_); }
-  char at(std::size_t i) const { return i < gap_ ? buffer_[i] : buffer_[rest_ + (i - gap_)]; }
-
-  // The text from `from` to its end, in one piece; the gap moves to `from`
-  // if it lies behind it. The view lasts until the next call of tail() or
-  // replace().
-  std::string_view tail(std::size_t from) {
-    if (from < gap_) move_gap(from);
-    return std::string_view(buffer_).substr(rest_ + (from - gap_));
+  // The cell of a run of `digits`, at least one.
+  cell make(std::string_view digits) {
+    if (digits.size() <= kInline) {
+      cell value = 0;
+      for (const char d : digits) value = 10 * value + static_cast<cell>(d - '0');
+      return kRun + kInlineBase[digits.size()] + value;
+    }
+    runs_.push_back({kNone, kNone, 0});
+    const auto r = static_cast<std::uint32_t>(runs_.size() - 1);
+    append(r, digits);
+    return kTable + r;
   }
 
-  // Replaces [begin, end) by `with`, which must not point into this text;
-  // the gap stays in front of the new piece.
-  void replace(std::size_t begin, std::size_t end, std::string_view with) {
+  std::size_t length(cell c) const {
+    if (c >= kTable) return runs_[c - kTable].length;
+    std::size_t n = kInline;
+    while (c - kRun < kInlineBase[n]) --n;
+    return n;
+  }
+
+  // The run of `left` followed by that of `right`; neither is used again.
+  cell join(cell left, cell right) {
+    if (left >= kTable && right >= kTable) {
+      run& l = runs_[left - kTable];
+      const run& r = runs_[right - kTable];
+      chunks_[l.last].next = r.first;
+      l.last = r.last;
+      l.length += r.length;
+      return left;
+    }
+    std::string digits;
+    if (right < kTable) {
+      if (left < kTable) {
+        write(left, digits);
+        write(right, digits);
+        return make(digits);
+      }
+      write(right, digits);
+      append(left - kTable, digits);
+      return left;
+    }
+    // A short run in front of a long one: a chunk of its own, first.
+    write(left, digits);
+    run& r = runs_[right - kTable];
+    chunks_.push_back({arena_.size(), static_cast<std::uint32_t>(digits.size()), r.first});
+    arena_ += digits;
+    r.first = static_cast<std::uint32_t>(chunks_.size() - 1);
+    r.length += digits.size();
+    return right;
+  }
+
+  // The run of `c` without its first `n` digits, of which it has more.
+  cell drop_front(cell c, std::size_t n) {
+    if (c < kTable) {
+      std::string digits;
+      write(c, digits);
+      return make(std::string_view(digits).substr(n));
+    }
+    run& at = runs_[c - kTable];
+    at.length -= n;
+    while (n > 0) {
+      chunk& k = chunks_[at.first];
+      const std::size_t taken = std::min<std::size_t>(n, k.length);
+      k.offset += taken;
+      k.length -= static_cast<std::uint32_t>(taken);
+      n -= taken;
+      if (k.length == 0) at.first = k.next;
+    }
+    return c;
+  }
+
+  // Appends the first `n` digits of the run of `c` (all by default) to
+  // `out`, counting them into `read` when given.
+  void write(cell c, std::string& out, std::size_t* read = nullptr,
+             std::size_t n = SIZE_MAX) const {
+    if (c < kTable) {
+      const std::size_t length = this->length(c);
+      char digits[kInline];
+      cell value = c - kRun - kInlineBase[length];
+      for (std::size_t i = length; i-- > 0; value /= 10) {
+        digits[i] = static_cast<char>('0' + value % 10);
+      }
+      const std::size_t taken = std::min(n, length);
+      out.append(digits, taken);
+      if (read) *read += taken;
+      return;
+    }
+    for (std::uint32_t k = runs_[c - kTable].first; k != kNone && n > 0; k = chunks_[k].next) {
+      const std::size_t taken = std::min<std::size_t>(n, chunks_[k].length);
+      out.append(arena_, chunks_[k].offset, taken);
+      if (read) *read += taken;
+      n -= taken;
+    }
+  }
+
+ private:
+  static constexpr std::uint32_t kNone = 0xFFFFFFFF;
+  static constexpr std::size_t kChunkMost = 0xFFFFFFFF;
+
+  // Puts `digits` behind run `r`: into its last chunk where that ends the
+  // arena, as when one run keeps growing, else into new chunks.
+  void append(std::uint32_t r, std::string_view digits) {
+    run& at = runs_[r];
+    at.length += digits.size();
+    if (at.last != kNone) {
+      chunk& last = chunks_[at.last];
+      if (last.offset + last.length == arena_.size() && digits.size() <= kChunkMost - last.length) {
+        arena_ += digits;
+        last.length += static_cast<std::uint32_t>(digits.size());
+        return;
+      }
+    }
+    for (std::size_t from = 0; from < digits.size(); from += kChunkMost) {
+      const std::size_t n = std::min(kChunkMost, digits.size() - from);
+      chunks_.push_back({arena_.size(), static_cast<std::uint32_t>(n), kNone});
+      arena_.append(digits.substr(from, n));
+      const auto k = static_cast<std::uint32_t>(chunks_.size() - 1);
+      if (runs_[r].last == kNone) {
+        runs_[r].first = k;
+      } else {
+        chunks_[runs_[r].last].next = k;
+      }
+      runs_[r].last = k;
+    }
+  }
+
+  struct chunk {
+    std::size_t offset;
+    std::uint32_t length;
+    std::uint32_t next;
+  };
+  struct run {
+    std::uint32_t first;
+    std::uint32_t last;
+    std::size_t length;
+  };
+  std::string arena_;
+  std::vector<chunk> chunks_;
+  std::vector<run> runs_;
+};
+
+// The cells of an expression, held with a gap where the last edit was, so
+// that an edit costs its distance from the one before rather than a rebuild
+// of the whole text. Positions count cells, not counting the gap.
+class cell_text {
+ public:
+  std::size_t size() const { return gap_ + (buffer_.size() - rest_); }
+  cell at(std::size_t i) const { return i < gap_ ? buffer_[i] : buffer_[rest_ + (i - gap_)]; }
+
+  void reserve(std::size_t cells) { buffer_.reserve(cells); }
+  void push_back(cell c) {
+    buffer_.push_back(c);
+    gap_ = rest_ = buffer_.size();
+  }
+
+  // Replaces [begin, end) by `with`; the gap stays in front of the new cells.
+  void replace(std::size_t begin, std::size_t end, const std::vector<cell>& with) {
     move_gap(begin);
     rest_ += end - begin;
     if (rest_ - gap_ < with.size()) widen(with.size());
@@ -145,33 +303,25 @@ class gap_text {
     std::copy(with.begin(), with.end(), buffer_.begin() + static_cast<std::ptrdiff_t>(rest_));
   }
 
-  // The text, taken out without a copy; this object is empty afterwards.
-  std::string take() {
-    move_gap(size());
-    buffer_.resize(gap_);
-    gap_ = rest_ = 0;
-    return std::move(buffer_);
-  }
-
  private:
   void move_gap(std::size_t to) {
-    char* const data = buffer_.data();
+    cell* const data = buffer_.data();
     if (to < gap_) {
       const std::size_t n = gap_ - to;
-      std::memmove(data + rest_ - n, data + to, n);
+      std::memmove(data + rest_ - n, data + to, n * sizeof(cell));
       rest_ -= n;
     } else {
       const std::size_t n = to - gap_;
-      std::memmove(data + gap_, data + rest_, n);
+      std::memmove(data + gap_, data + rest_, n * sizeof(cell));
       rest_ += n;
     }
     gap_ = to;
   }
 
-  // Makes room for `needed` more bytes, and as much again as the text.
+  // Makes room for `needed` more cells, and as much again as the text.
   void widen(std::size_t needed) {
     const std::size_t behind = buffer_.size() - rest_;
-    std::string grown(2 * (size() + needed), '\0');
+    std::vector<cell> grown(2 * (size() + needed));
     std::copy_n(buffer_.begin(), gap_, grown.begin());
     std::copy_n(buffer_.begin() + static_cast<std::ptrdiff_t>(rest_), behind,
                 grown.end() - static_cast<std::ptrdiff_t>(behind));
@@ -179,9 +329,9 @@ class gap_text {
     buffer_ = std::move(grown);
   }
 
-  std::string buffer_;
-  std::size_t gap_;  // the gap is buffer_[gap_, rest_)
-  std::size_t rest_;
+  std::vector<cell> buffer_;
+  std::size_t gap_ = 0;  // the gap is buffer_[gap_, rest_)
+  std::size_t rest_ = 0;
 };
 
 // The kinds of piece, in the order in which a pass looks for them.
@@ -221,68 +371,276 @@ struct unsettled {
   }
 };
 
-// Bytes other than digits that may stand in a piece between its start and
-// any later byte, past the "(" of a group or the "round(" of a call: at most
-// those of "up, -1.25px , -1.25px" with blanks round each comma.
+// Cells other than runs that may stand in a piece between its start and any
+// later cell, past the "(" of a group or the "round(" of a call: at most
+// those of "up, -1.25px , -1.25px" with blanks round each comma; and the
+// runs, at most two numbers of two each.
 constexpr std::size_t kMostOthers = 24;
+constexpr std::size_t kMostRuns = 4;
 
 // A byte that may stand inside a piece, past its "(" or "round(".
-bool piece_byte(char c) {
-  return (c >= '0' && c <= '9') || c == '.' || c == ' ' || c == '-' || c == '+' || c == '*' ||
-         c == '/' || c == '%' || c == ',' || (c >= 'a' && c <= 'z');
+bool piece_byte(cell c) {
+  return c == '.' || c == ' ' || c == '-' || c == '+' || c == '*' || c == '/' || c == '%' ||
+         c == ',' || (c >= 'a' && c <= 'z');
 }
 
-// The passes of evaluate_calc, each done where it can have changed
+// A number of a piece, in cells: an optional '-', a run, and optionally a
+// point and a run of one or two digits. Only the right operand of a product
+// or sum may also take the first two digits of a longer run behind the
+// point, as the pattern does when nothing need follow it: `partial` says so,
+// and the piece then ends inside that run.
+struct cell_number {
+  std::size_t begin = 0;
+  std::size_t end = 0;  // behind the last whole cell
+  bool partial = false;
+};
+
+struct cell_operand {
+  cell_number number;
+  std::string_view unit;  // "px", "em", "%", or empty
+};
+
+// A piece found in the cells: its span, and the parts each kind needs.
+struct cell_piece {
+  std::size_t begin = 0;
+  std::size_t end = 0;   // behind the last whole cell
+  bool partial = false;  // the piece also takes the first two digits of the run at `end`
+  cell_operand left, right;
+  char op = 0;
+  std::size_t inner_begin = 0, inner_end = 0;  // a group's cells inside its parentheses
+  std::string_view strategy;                   // a round() call's word, or empty
+};
+
+// The passes of evaluate_calc, on cells, each done where it can have changed
 // anything. A pass looks for the leftmost piece of the first kind that has
 // one, as the searches of patterns.h do on the whole text, but tries only
 // the places that `unsettled_` holds for that kind; an edit unsettles, for
 // every kind, only the places from which a piece could read what it
-// changed. So a pass costs what it tries, and each place is tried again
-// only when an edit comes near it: a deep nest or a long chain of
-// operations takes time linear in its length, and only a number of very
-// many digits, which an edit next to it has each piece read again, costs
-// more.
+// changed. Since a run of digits is one cell, a piece spans a bounded
+// number of cells, so each try costs a bounded amount however long its
+// numbers; a pass costs what it tries, and each place is tried again only
+// when an edit comes near it. The whole takes time linear in the
+// expression, and nesting depth costs no stack.
 class reducer {
  public:
-  reducer(std::string_view name, std::string expression)
-      : name_(name), text_(std::move(expression)) {}
+  reducer(std::string_view name, std::string_view expression) : name_(name) {
+    text_.reserve(expression.size());
+    split_cells(expression, [this](cell c) { text_.push_back(c); });
+  }
 
   // Reduces the text; leaves it in `expression` and gives the message of a
   // failure, as evaluate_calc.
-  std::optional<std::string> run(std::string& expression) {
+  std::optional<std::string> run(std::string& expression, calc_work* work) {
     bool invalid_text = false;
     auto message = reduce(invalid_text);
-    expression = text_.take();
+    expression = written(0, text_.size());
+    text_ = cell_text{};  // gone before a message quotes the expression
     if (invalid_text) message = invalid(name_, expression);
+    if (work) *work = work_;
     return message;
   }
 
  private:
+  // --- reading cells ---------------------------------------------------------
+
+  cell at(std::size_t i) const { return i < text_.size() ? text_.at(i) : 0; }
+  bool is(std::size_t i, char c) const { return i < text_.size() && text_.at(i) == byte_cell(c); }
+  bool run_at(std::size_t i) const { return i < text_.size() && is_run(text_.at(i)); }
+  std::size_t skip_blank(std::size_t i) const { return is(i, ' ') ? i + 1 : i; }
+
+  // NUM at i, or nothing.
+  std::optional<cell_number> number_at(std::size_t i) const {
+    cell_number n{i, i, false};
+    if (is(i, '-')) ++i;
+    if (!run_at(i)) return std::nullopt;
+    ++i;
+    if (is(i, '.') && run_at(i + 1)) {
+      if (runs_.length(at(i + 1)) <= 2) {
+        i += 2;
+      } else {
+        ++i;
+        n.partial = true;  // behind the point, in the run at i
+      }
+    }
+    n.end = i;
+    return n;
+  }
+
+  // (px|em|%)? at i: the unit and the cell behind it. Nothing follows a
+  // number that took part of a run.
+  std::string_view unit_at(const cell_number& n, std::size_t& i) const {
+    i = n.end;
+    if (n.partial) return {};
+    if (is(i, '%')) {
+      ++i;
+      return "%";
+    }
+    if (is(i, 'p') && is(i + 1, 'x')) {
+      i += 2;
+      return "px";
+    }
+    if (is(i, 'e') && is(i + 1, 'm')) {
+      i += 2;
+      return "em";
+    }
+    return {};
+  }
+
+  // NUM UNIT? at i into `out`: the cell behind it, or nothing.
+  std::optional<std::size_t> operand_at(std::size_t i, cell_operand& out) const {
+    const auto n = number_at(i);
+    if (!n) return std::nullopt;
+    std::size_t behind = 0;
+    out.unit = unit_at(*n, behind);
+    out.number = *n;
+    return behind;
+  }
+
+  // A number that took part of a run fits only where the piece ends there.
+  std::optional<cell_piece> group_at(std::size_t start) const {
+    if (!is(start, '(')) return std::nullopt;
+    const std::size_t inner = start + 1;
+    cell_operand value;
+    const auto behind = operand_at(skip_blank(inner), value);
+    if (!behind || value.number.partial) return std::nullopt;
+    const std::size_t close = skip_blank(*behind);
+    if (!is(close, ')')) return std::nullopt;
+    cell_piece g;
+    g.begin = start;
+    g.end = close + 1;
+    g.inner_begin = inner;
+    g.inner_end = close;
+    return g;
+  }
+
+  std::optional<cell_piece> operation_at(std::size_t start, char op1, char op2) const {
+    cell_piece m;
+    auto i = operand_at(skip_blank(start), m.left);
+    if (!i || m.left.number.partial) return std::nullopt;
+    const std::size_t o = skip_blank(*i);
+    if (!is(o, op1) && !is(o, op2)) return std::nullopt;
+    m.op = static_cast<char>(at(o));
+    i = operand_at(skip_blank(o + 1), m.right);
+    if (!i) return std::nullopt;
+    m.begin = start;
+    m.partial = m.right.number.partial;
+    m.end = m.partial ? *i : skip_blank(*i);
+    return m;
+  }
+
+  // (up|down|nearest|to-zero) at i: the cell behind the word, or nothing.
+  std::optional<std::size_t> strategy_at(std::size_t i, std::string_view& word) const {
+    for (const std::string_view w : {"up", "down", "nearest", "to-zero"}) {
+      std::size_t k = 0;
+      while (k < w.size() && is(i + k, w[k])) ++k;
+      if (k == w.size()) {
+        word = w;
+        return i + k;
+      }
+    }
+    return std::nullopt;
+  }
+
+  std::optional<cell_piece> round_at(std::size_t start) const {
+    for (std::size_t k = 0; k < 6; ++k) {
+      if (!is(start + k, "round("[k])) return std::nullopt;
+    }
+    cell_piece r;
+    std::size_t i = start + 6;
+    const std::size_t word = skip_blank(i);
+    std::string_view strategy;
+    if (const auto word_end = strategy_at(word, strategy)) {
+      const std::size_t comma = skip_blank(*word_end);
+      // Without the strategy group the value would have to start at the
+      // word's letters, so once the group fits it is the only way on.
+      if (is(comma, ',')) {
+        r.strategy = strategy;
+        i = comma + 1;
+      }
+    }
+    auto behind = operand_at(skip_blank(i), r.left);
+    if (!behind || r.left.number.partial) return std::nullopt;
+    i = skip_blank(*behind);
+    if (!is(i, ',')) return std::nullopt;
+    behind = operand_at(skip_blank(i + 1), r.right);
+    if (!behind || r.right.number.partial) return std::nullopt;
+    i = skip_blank(*behind);
+    if (!is(i, ')')) return std::nullopt;
+    r.begin = start;
+    r.end = i + 1;
+    return r;
+  }
+
+  // is_value() on the whole text: a value is at most eight cells.
+  bool whole_is_value() const {
+    if (text_.size() > 8) return false;
+    cell_operand value;
+    const auto behind = operand_at(skip_blank(0), value);
+    return behind && !value.number.partial && skip_blank(*behind) == text_.size();
+  }
+
+  // --- writing cells -----------------------------------------------------------
+
+  // The text of cells [from, to).
+  std::string written(std::size_t from, std::size_t to) const {
+    std::string out;
+    for (std::size_t i = from; i < to; ++i) {
+      const cell c = text_.at(i);
+      if (is_run(c)) {
+        runs_.write(c, out, &work_.digits_read);
+      } else {
+        out += static_cast<char>(c);
+      }
+    }
+    return out;
+  }
+
+  // The number text of a number, read when it is computed, which removes it.
+  std::string number_text(const cell_number& n) const {
+    std::string out = written(n.begin, n.end);
+    if (n.partial) runs_.write(at(n.end), out, &work_.digits_read, 2);
+    return out;
+  }
+
+  // --- the passes --------------------------------------------------------------
+
   // The message of the first failure of a piece; or none, with
   // `invalid_text` set when the text is left with no piece to compute.
   std::optional<std::string> reduce(bool& invalid_text) {
+    std::vector<cell> with;
     for (;;) {
-      if (const auto g = search<group>(kGroup)) {
-        rewrite(g->whole, std::string(g->inner));
+      if (const auto g = search(kGroup)) {
+        with.clear();
+        for (std::size_t i = g->inner_begin; i < g->inner_end; ++i) with.push_back(text_.at(i));
+        rewrite(*g, with);
         continue;
       }
-      auto m = search<operation>(kProduct);
-      if (!m) m = search<operation>(kSum);
+      auto m = search(kProduct);
+      if (!m) m = search(kSum);
       if (m) {
-        const unit_outcome unit = operation_unit(name_, *m);
+        operation o;
+        o.left.unit = m->left.unit;
+        o.right.unit = m->right.unit;
+        o.op = m->op;
+        const unit_outcome unit = operation_unit(name_, o);
         if (unit.message) return unit.message;
-        std::string with = apply_operator(m->left.number, m->right.number, m->op);
-        with += unit.unit;
-        rewrite(m->whole, with);
+        std::string result =
+            apply_operator(number_text(m->left.number), number_text(m->right.number), m->op);
+        result += unit.unit;
+        rewrite(*m, cells_of(result, with));
         continue;
       }
       if (whole_is_value()) return std::nullopt;
-      if (const auto r = search<round_call>(kRound)) {
-        const unit_outcome unit = round_unit(name_, *r);
+      if (const auto r = search(kRound)) {
+        round_call call;
+        call.value.unit = r->left.unit;
+        call.step.unit = r->right.unit;
+        const unit_outcome unit = round_unit(name_, call);
         if (unit.message) return unit.message;
-        std::string with = round_to_step(r->value.number, r->step.number, strategy_of(r->strategy));
-        with += unit.unit;
-        rewrite(r->whole, with);
+        std::string result = round_to_step(number_text(r->left.number),
+                                           number_text(r->right.number), strategy_of(r->strategy));
+        result += unit.unit;
+        rewrite(*r, cells_of(result, with));
         continue;
       }
       invalid_text = true;
@@ -290,122 +648,139 @@ class reducer {
     }
   }
 
-  // The leftmost piece of kind `k` among its unsettled places, with its
-  // spans turned into places of the whole text; then the places in front of
-  // it are settled. Its views last until the next search or rewrite.
-  template <class Piece>
-  std::optional<Piece> search(kind k) {
+  // The cells of a new piece of text, its digits made into runs.
+  std::vector<cell>& cells_of(std::string_view text, std::vector<cell>& out) {
+    out.clear();
+    split_cells(text, [&out](cell c) { out.push_back(c); });
+    return out;
+  }
+
+  // Gives `put` the cells of `text` in order: a byte, or a whole run of
+  // digits made into a run.
+  template <class Put>
+  void split_cells(std::string_view text, Put put) {
+    for (std::size_t i = 0; i < text.size();) {
+      if (text[i] < '0' || text[i] > '9') {
+        put(byte_cell(text[i++]));
+        continue;
+      }
+      std::size_t end = i;
+      while (end < text.size() && text[end] >= '0' && text[end] <= '9') ++end;
+      put(runs_.make(text.substr(i, end - i)));
+      i = end;
+    }
+  }
+
+  // The leftmost piece of kind `k` among its unsettled places; then the
+  // places in front of it are settled.
+  std::optional<cell_piece> search(kind k) {
     unsettled& u = unsettled_[k];
     if (u.low < u.high && u.low < u.frontier) {
-      if (auto found = search_in<Piece>(k, u.low, std::min(u.high, u.frontier))) {
-        u.low = found->whole.begin;
+      if (auto found = search_in(k, u.low, std::min(u.high, u.frontier))) {
+        u.low = found->begin;
         return found;
       }
     }
     u.low = u.high = 0;
-    if (auto found = search_in<Piece>(k, u.frontier, text_.size())) {
-      u.frontier = found->whole.begin;
+    if (auto found = search_in(k, u.frontier, text_.size())) {
+      u.frontier = found->begin;
       return found;
     }
     u.frontier = text_.size();
     return std::nullopt;
   }
 
-  template <class Piece>
-  std::optional<Piece> search_in(kind k, std::size_t from, std::size_t to) {
-    const std::string_view tail = text_.tail(from);
-    const std::size_t end = to - from;
-    std::optional<Piece> found;
-    if constexpr (std::is_same_v<Piece, group> || std::is_same_v<Piece, round_call>) {
-      // A piece may read past `to`, but starts before it.
-      const std::string_view starts = tail.substr(0, end);
-      const char first = k == kGroup ? '(' : 'r';
-      for (std::size_t i = starts.find(first); i != std::string_view::npos && !found;
-           i = starts.find(first, i + 1)) {
-        if constexpr (std::is_same_v<Piece, group>) {
-          found = group_at(tail, i);
-        } else {
-          found = round_at(tail, i);
-        }
+  // The leftmost piece of kind `k` starting in [from, to); it may read past `to`.
+  // A group or a call is tried only where the cell behind its opening can
+  // begin what must follow.
+  std::optional<cell_piece> search_in(kind k, std::size_t from, std::size_t to) {
+    for (std::size_t i = from; i < to; ++i) {
+      ++work_.cells_looked_at;
+      const cell c = text_.at(i);
+      std::optional<cell_piece> found;
+      switch (k) {
+        case kGroup:
+          if (c == byte_cell('(')) {
+            const cell next = at(i + 1);
+            if (next == byte_cell(' ') || next == byte_cell('-') || is_run(next)) {
+              found = group_at(i);
+            }
+          }
+          break;
+        case kRound:
+          if (c == byte_cell('r') && at(i + 1) == byte_cell('o')) found = round_at(i);
+          break;
+        case kProduct:
+        case kSum:
+          if (c == byte_cell(' ') || c == byte_cell('-') || is_run(c)) {
+            found = k == kProduct ? operation_at(i, '*', '/') : operation_at(i, '-', '+');
+          }
+          break;
+        default: break;
       }
-    } else {
-      // The byte in front of each start, for the skip inside runs of digits.
-      char before = from == 0 ? '\0' : text_.at(from - 1);
-      for (std::size_t i = 0; i < end && !found; ++i) {
-        const char c = tail[i];
-        const bool digit = c >= '0' && c <= '9';
-        if ((c == ' ' || c == '-' || digit) && !(digit && before >= '0' && before <= '9')) {
-          found = k == kProduct ? product_at(tail, i) : sum_at(tail, i);
-        }
-        before = c;
-      }
+      if (found) return found;
     }
-    if (found) shift(*found, from);
-    return found;
+    return std::nullopt;
   }
 
-  static void shift(span& s, std::size_t by) {
-    s.begin += by;
-    s.end += by;
-  }
-  static void shift(group& g, std::size_t by) { shift(g.whole, by); }
-  static void shift(operation& m, std::size_t by) { shift(m.whole, by); }
-  static void shift(round_call& r, std::size_t by) { shift(r.whole, by); }
-
-  // Replaces a piece and unsettles, for every kind, the places from which a
-  // piece could read what changed: back from its start over the bytes that
-  // a piece may hold, and up to one byte past its new end, where a search
-  // looks at the byte in front.
-  void rewrite(span whole, const std::string& with) {
-    text_.replace(whole.begin, whole.end, with);
-    const std::size_t new_end = whole.begin + with.size();
-    const std::size_t from = reach_back(whole.begin);
+  // Replaces a piece by `with`, joining runs that meet at either end, and
+  // unsettles, for every kind, the places from which a piece could read what
+  // changed: back from its start over the cells that a piece may hold, and
+  // up to one cell past its new end.
+  void rewrite(const cell_piece& piece, std::vector<cell>& with) {
+    std::size_t begin = piece.begin;
+    std::size_t end = piece.end;
+    if (piece.partial) {
+      // The run behind the piece keeps its digits past the two taken.
+      with.push_back(runs_.drop_front(text_.at(end), 2));
+      ++end;
+    }
+    if (!with.empty() && is_run(with.front()) && begin > 0 && is_run(text_.at(begin - 1))) {
+      with.front() = runs_.join(text_.at(begin - 1), with.front());
+      --begin;
+    }
+    // The rest of a partial run follows the new text: join them if the new
+    // text ends in digits.
+    if (with.size() >= 2 && is_run(with[with.size() - 1]) && is_run(with[with.size() - 2])) {
+      const cell joined = runs_.join(with[with.size() - 2], with.back());
+      with.pop_back();
+      with.back() = joined;
+    }
+    if (!with.empty() && is_run(with.back()) && end < text_.size() && is_run(text_.at(end))) {
+      with.back() = runs_.join(with.back(), text_.at(end));
+      ++end;
+    }
+    text_.replace(begin, end, with);
+    const std::size_t new_end = begin + with.size();
+    const std::size_t from = reach_back(begin);
     const std::size_t to = std::min(new_end + 1, text_.size());
     for (unsettled& u : unsettled_) {
-      u.carry(whole.begin, whole.end, new_end);
+      u.carry(begin, end, new_end);
       u.add(from, to);
     }
   }
 
-  // The earliest start of a piece that could read the byte at `at`: behind
-  // the bytes that may stand in a piece, any number of digits and at most
+  // The earliest start of a piece that could read the cell at `at`: behind
+  // the cells that may stand in a piece, at most kMostRuns runs and
   // kMostOthers others, the six bytes of "round(", of which a group's "("
   // is the last.
-  std::size_t reach_back(std::size_t at) const {
+  std::size_t reach_back(std::size_t at) {
     std::size_t others = 0;
+    std::size_t runs = 0;
     while (at > 0) {
-      const char c = text_.at(at - 1);
-      if (!(c >= '0' && c <= '9') && (!piece_byte(c) || ++others > kMostOthers)) break;
+      ++work_.cells_looked_at;
+      const cell c = text_.at(at - 1);
+      if (is_run(c) ? ++runs > kMostRuns : !piece_byte(c) || ++others > kMostOthers) break;
       --at;
     }
     return at > 6 ? at - 6 : 0;
   }
 
-  // is_value() on the whole text, read round the gap.
-  bool whole_is_value() const {
-    const std::size_t n = text_.size();
-    const auto is = [&](std::size_t i, char c) { return i < n && text_.at(i) == c; };
-    const auto digit = [&](std::size_t i) {
-      return i < n && text_.at(i) >= '0' && text_.at(i) <= '9';
-    };
-    std::size_t i = is(0, ' ') ? 1 : 0;
-    if (is(i, '-')) ++i;
-    const std::size_t digits = i;
-    while (digit(i)) ++i;
-    if (i == digits) return false;
-    if (is(i, '.') && digit(i + 1)) i += digit(i + 2) ? 3 : 2;
-    if (is(i, '%')) {
-      ++i;
-    } else if ((is(i, 'p') && is(i + 1, 'x')) || (is(i, 'e') && is(i + 1, 'm'))) {
-      i += 2;
-    }
-    if (is(i, ' ')) ++i;
-    return i == n;
-  }
-
   std::string_view name_;
-  gap_text text_;
+  digit_runs runs_;
+  cell_text text_;
   unsettled unsettled_[kKinds];
+  mutable calc_work work_;
 };
 
 }  // namespace
@@ -495,12 +870,15 @@ std::string round_to_step(std::string_view value, std::string_view step, round_s
   return format_hundredths(mul(b / s, s));
 }
 
-std::optional<std::string> evaluate_calc(std::string_view name, std::string& expression) {
+std::optional<std::string> evaluate_calc(std::string_view name, std::string& expression,
+                                         calc_work* work) {
   {
     replace_engine::engine<char> edits{expression};
     normalise_space(edits, expression);
   }
-  return reducer(name, std::move(expression)).run(expression);
+  reducer reduce(name, expression);
+  std::string().swap(expression);  // the cells hold it now
+  return reduce.run(expression, work);
 }
 
 }  // namespace css_processor

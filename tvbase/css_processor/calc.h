@@ -9,6 +9,7 @@
 // division by zero, give a result word ("error_mul", "error_div",
 // "error_div_by_0", "error_bad_value") in place of a number text.
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -46,17 +47,26 @@ std::string round_to_step(std::string_view value, std::string_view step, round_s
 // success, with `expression` the finished value, blanks round it kept;
 // otherwise the message, which names `name`.
 //
+// The work of one evaluate_calc: cells its searches looked at (a run of
+// digits is one cell) and digits it read, for tests that bound them.
+struct calc_work {
+  std::size_t cells_looked_at = 0;
+  std::size_t digits_read = 0;
+};
+
 // Because each pass takes the leftmost piece that fits, a sum to the left of a
 // product whose factor is still in parentheses or still a round() call is
 // computed first, and the product takes its result as the left operand:
 // "1 + 2 * (3 + 4)" is 21, "round(1.5, 1) * 2 + 3" is 10. The rewriting works
 // on the text, so "2 * 3 4" is "64" and "1.234 * 2" leaves "1.468". A pass
-// tries only the places that the edit before it can have changed, so the
-// time is linear in the expression's length, a million levels of parentheses
-// or a million operations included, and grows beyond that only with numbers
-// of very many digits, which each edit next to them has read again. Nesting
-// depth costs no stack.
-std::optional<std::string> evaluate_calc(std::string_view name, std::string& expression);
+// tries only the places that the edit before it can have changed, and a run
+// of digits counts as one place, which edits join to and cut from without
+// reading it: the time is linear in the expression's length, whatever its
+// nesting, its count of operations or the length of its numbers (a run of
+// digits is read once, when its number is computed), and nesting depth
+// costs no stack. `work`, if given, receives what was done.
+std::optional<std::string> evaluate_calc(std::string_view name, std::string& expression,
+                                         calc_work* work = nullptr);
 
 }  // namespace css_processor
 

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tvbase/testing/allocation_counter.h>
 #include <tvbase/testing/exact_buffer.h>
 
 #include "patterns.h"
@@ -462,6 +463,81 @@ std::optional<std::string> reference_calc(std::string_view name, std::string& ex
   }
 }
 
+std::string repeat(std::string_view piece, std::size_t times) {
+  std::string out;
+  for (std::size_t i = 0; i < times; ++i) out += piece;
+  return out;
+}
+
+// Shapes that once made passes read the same digits again and again: a run
+// of digits that every edit grows (each edit then walked back over the whole
+// run, and each search read it, so that 300 KB took 6.8 s), edits on both
+// sides of a long run in turn, many round() calls behind a long number, and
+// sums whose right number takes two digits of a long run. Each reduces as
+// the passes as written do (checked against them at a small size); at sizes
+// a hundred times apart, the places tried, the digits read and the bytes
+// held per byte of expression stay under one bound, and the places tried
+// per byte do not grow.
+TEST(EvaluateCalc, HostileShapesCostWorkAndMemoryLinearInTheirLength) {
+  struct row {
+    const char* name;
+    std::string (*make)(std::size_t n);
+  };
+  const row rows[] = {
+      {"a run that every group grows", [](std::size_t n) { return "1" + repeat("(1)", n / 3); }},
+      {"edits on both sides of a long run",
+       [](std::size_t n) {
+         return std::string(n / 8, '(') + std::string(n / 2, '7') + repeat("(1))", n / 8);
+       }},
+      {"round() calls behind a long number",
+       [](std::size_t n) { return std::string(n / 2, '9') + repeat(" round(1, 1)", n / 24); }},
+      {"right numbers that take two digits of a long run",
+       [](std::size_t n) { return "1 + 2." + std::string(n / 2, '3') + repeat(" + 1", n / 8); }},
+      {"products into long numbers",
+       [](std::size_t n) { return std::string(n / 2, '5') + repeat(" * 1 + (2)", n / 20); }},
+  };
+  const std::size_t sizes[] = {30000, 300000, 3000000};
+  const bool counted = testing_support::allocations_counted();
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.name);
+    std::string small = r.make(1800);
+    std::string expected = small;
+    const auto expected_message = reference_calc("--v", expected);
+    EXPECT_EQ(evaluate_calc("--v", small), expected_message);
+    EXPECT_EQ(small, expected);
+
+    double first_looked = 0;
+    for (const std::size_t n : sizes) {
+      SCOPED_TRACE(n);
+      std::string big = r.make(n);
+      const auto length = static_cast<double>(big.size());
+      calc_work work;
+      const std::size_t held = testing_support::peak_bytes_during(
+          [&] { static_cast<void>(evaluate_calc("--v", big, &work)); });
+      const double looked = static_cast<double>(work.cells_looked_at) / length;
+      const double read = static_cast<double>(work.digits_read) / length;
+      const double bytes = static_cast<double>(held) / length;
+      EXPECT_LE(looked, 10);
+      EXPECT_LE(read, 3);
+      if (counted) {
+        EXPECT_LE(bytes, 16);
+      }
+      // Linear work has a share per byte that settles as the text grows;
+      // anything worse grows it with the length. (The bytes held are
+      // bounded only: the stores grow by doubling, so their share per byte
+      // swings by up to two between sizes.)
+      if (n == sizes[0]) {
+        first_looked = looked;
+      } else {
+        EXPECT_LE(looked, 1.1 * first_looked);
+      }
+    }
+  }
+  std::string grown = "1" + repeat("(1)", 100000);
+  ASSERT_EQ(evaluate_calc("--v", grown), std::nullopt);
+  EXPECT_EQ(grown, std::string(100001, '1'));
+}
+
 // A piece that an edit completes although its start lies far in front of
 // the edit, and in front of where the search for its kind has got to: the
 // outer round() is tried, fails, and becomes whole only when the inner one
@@ -523,9 +599,10 @@ TEST(EvaluateCalc, DoesThePassesOfTheReference) {
   };
   // Or a soup of the bytes that pieces are made of, which reduces in fewer
   // and stranger steps.
-  const char* const soup[] = {"(",      ")",   "( ", " )",        " ",   "-",   "+",  " * ", "/",
-                              ".",      "1",   "23", "0",         "4.5", "999", "px", "em",  "%",
-                              "round(", "up,", ",",  "nearest ,", "x",   "e",   "p"};
+  const char* const soup[] = {
+      "(", ")",   "( ",   " )",     " ",  "-",  "+",      " * ",  "/",     ".",         "1", "23",
+      "0", "4.5", "999",  "px",     "em", "%",  "round(", "up,",  ",",     "nearest ,", "x", "e",
+      "p", "(1)", ".123", "1.2345", "7(", ")8", "..",     "0.01", "56789", ".123456"};
   const auto soup_text = [&] {
     std::string out;
     for (std::size_t n = 1 + pick(40); n > 0; --n) out += soup[pick(std::size(soup))];

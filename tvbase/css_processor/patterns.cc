@@ -158,6 +158,16 @@ std::optional<image> image_at(std::string_view t, std::size_t start, std::size_t
   return image{{start, i + 1}, name};
 }
 
+std::optional<group> group_at(std::string_view expr, std::size_t start) {
+  if (!at(expr, start, '(')) return std::nullopt;
+  const std::size_t inner = start + 1;
+  const std::size_t number_end = read_number(expr, skip_blank(expr, inner));
+  if (number_end == npos) return std::nullopt;
+  const std::size_t close = skip_blank(expr, read_unit(expr, number_end));
+  if (!at(expr, close, ')')) return std::nullopt;
+  return group{{start, close + 1}, expr.substr(inner, close - inner)};
+}
+
 }  // namespace
 
 std::optional<span> find_comment(std::string_view text, std::size_t from) {
@@ -219,29 +229,6 @@ std::optional<reference> find_reference(std::string_view text, std::size_t from)
     pos = i - 4 > start ? i - 4 : start + 1;
   }
   return std::nullopt;
-}
-
-std::optional<group> group_at(std::string_view expr, std::size_t start) {
-  if (!at(expr, start, '(')) return std::nullopt;
-  const std::size_t inner = start + 1;
-  const std::size_t number_end = read_number(expr, skip_blank(expr, inner));
-  if (number_end == npos) return std::nullopt;
-  const std::size_t close = skip_blank(expr, read_unit(expr, number_end));
-  if (!at(expr, close, ')')) return std::nullopt;
-  return group{{start, close + 1}, expr.substr(inner, close - inner)};
-}
-
-std::optional<operation> product_at(std::string_view expr, std::size_t start) {
-  return operation_at(expr, start, '*', '/');
-}
-
-std::optional<operation> sum_at(std::string_view expr, std::size_t start) {
-  return operation_at(expr, start, '-', '+');
-}
-
-std::optional<round_call> round_at(std::string_view expr, std::size_t start) {
-  if (expr.substr(std::min(start, expr.size())).substr(0, 6) != "round(") return std::nullopt;
-  return round_call_at(expr, start);
 }
 
 std::optional<group> find_group(std::string_view expr) {

@@ -58,7 +58,9 @@ struct reference {
 std::optional<reference> find_reference(std::string_view text, std::size_t from);
 
 // The elements of calc() expressions. NUM is `-?[0-9]+(?:\.[0-9]{1,2})?`,
-// UNIT is `(px|em|%)`, and `[ ]` is one blank.
+// UNIT is `(px|em|%)`, and `[ ]` is one blank. The reducer of calc.cc reads
+// these pieces from its own form of the expression; these searches over
+// text are what it is checked against.
 struct operand {
   std::string_view number;
   std::string_view unit;  // "px", "em", "%", or empty when absent
@@ -94,18 +96,6 @@ struct round_call {
   operand step;
 };
 std::optional<round_call> find_round(std::string_view expr);
-
-// The four calc() patterns above tried at one place only: the match that
-// starts at `start`, if there is one. The searches are these tried from left
-// to right, except that a search skips a start that cannot match: any but
-// '(' for a group, any but the "r" of "round(" for a round() call, and for
-// a product or a sum any but a blank, a '-' or a digit, and a digit behind
-// a digit, which reads to the same end of its run as the start before it
-// and fails as that one did.
-std::optional<group> group_at(std::string_view expr, std::size_t start);
-std::optional<operation> product_at(std::string_view expr, std::size_t start);
-std::optional<operation> sum_at(std::string_view expr, std::size_t start);
-std::optional<round_call> round_at(std::string_view expr, std::size_t start);
 
 // `url\([ \t\r\n]*['"]?([a-z0-9.\-_]+\.(?:jpg|png|gif))['"]?[ \t\r\n]*\)`,
 // case-insensitive for ASCII letters, searched from `from`.

@@ -1,11 +1,17 @@
 #include <tvbase/css_processor/processor.h>
 
+#include <cctype>
 #include <optional>
+#include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <re2/re2.h>
+
+#include <tvbase/testing/allocation_counter.h>
 
 namespace css_processor {
 namespace {
@@ -176,11 +182,109 @@ TEST(Images, ListsBareImageNamesOnce) {
   }
 }
 
+// Sheets of many image references, among other "url(" and noise, against a
+// simple model: the pattern run by RE2 from the end of each match, and a set
+// of the names in lower case. Some rows name few images many times, others
+// thousands once each, with long names and names differing only in case.
+TEST(Images, MatchesASimpleModelOnLargeSheets) {
+  RE2::Options options;
+  options.set_encoding(RE2::Options::EncodingLatin1);
+  options.set_case_sensitive(false);
+  const RE2 pattern(R"(url\([ \t\r\n]*['"]?([a-z0-9.\-_]+\.(?:jpg|png|gif))['"]?[ \t\r\n]*\))",
+                    options);
+  ASSERT_TRUE(pattern.ok());
+  const auto model = [&pattern](const std::string& text) {
+    std::vector<std::string> names;
+    std::set<std::string> seen;
+    re2::StringPiece rest(text);
+    std::string name;
+    while (RE2::FindAndConsume(&rest, pattern, &name)) {
+      std::string lower = name;
+      for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      if (seen.insert(lower).second) names.push_back(name);
+    }
+    return names;
+  };
+  struct row {
+    const char* name;
+    std::size_t distinct;  // names to draw from
+    std::size_t pieces;
+    bool noise;  // pieces that are no image, or no match
+  };
+  const row rows[] = {
+      {"few names, many times", 40, 20000, true},
+      {"every name about once", 30000, 30000, true},
+      {"some names twice", 12000, 20000, true},
+      {"nothing but new names", 1, 30000, false},
+  };
+  std::mt19937 random(4242);
+  const auto pick = [&random](std::string_view from) { return from[random() % from.size()]; };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.name);
+    std::vector<std::string> pool;
+    for (std::size_t i = 0; i < r.distinct; ++i) {
+      std::string name = std::to_string(i);  // distinct however the rest falls
+      const std::size_t extra = random() % 4 == 0 ? random() % 40 : random() % 6;
+      for (std::size_t k = 0; k < extra; ++k) name += pick("abcXYZ09._-");
+      name += pick(".");
+      name += std::string(random() % 2 ? "png" : "Gif");
+      pool.push_back(name);
+    }
+    std::string sheet;
+    for (std::size_t i = 0; i < r.pieces; ++i) {
+      std::string name = r.noise ? pool[random() % pool.size()] : std::to_string(i) + ".jpg";
+      for (char& c : name) {
+        if (random() % 3 == 0) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      }
+      switch (r.noise ? random() % 8 : 7) {
+        case 0: sheet += "p{b:url(dir/" + name + ")}"; break;  // no match
+        case 1: sheet += "(url(" + name; break;                // no closing parenthesis
+        case 2: sheet += "u{v:calc((1) + 2)}"; break;
+        case 3: sheet += "url(\n '" + name + "\" ) "; break;
+        default: sheet += "p{b:url(" + name + ")}\n";
+      }
+    }
+    EXPECT_EQ(processor{std::string(sheet)}.images(), model(sheet));
+  }
+}
+
 TEST(Images, SeeTheTextAsItIsNow) {
   processor sheet{"/* url(c.gif) */:root{--i:url(a.png);--j:url(x.jpg)}p{q:var(--i)}"};
   EXPECT_EQ(sheet.images(), (std::vector<std::string>{"c.gif", "a.png", "x.jpg"}));
   ASSERT_EQ(sheet.process(), std::nullopt);
   EXPECT_EQ(sheet.images(), (std::vector<std::string>{"a.png"}));
+}
+
+// While it runs, images() holds besides its result a table and a list that
+// grow with the names it lists, not with the "url(" that name them: a sheet
+// that names one image a hundred thousand times holds about a kilobyte.
+TEST(Images, HoldMemoryForTheNamesTheyList) {
+  if (!testing_support::allocations_counted()) GTEST_SKIP() << "allocations are not counted here";
+  struct row {
+    const char* name;
+    std::size_t distinct;  // names listed
+    std::size_t calls;     // url() in the sheet
+  };
+  const row rows[] = {
+      {"one name, many times", 1, 100000},      {"ten names in turn", 10, 100000},
+      {"every name new", 100000, 100000},       {"each name twice", 50000, 100000},
+      {"just past a table's doubling", 43, 43},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.name);
+    std::string sheet;
+    for (std::size_t i = 0; i < r.calls; ++i) {
+      sheet += "p{b:url(i" + std::to_string(i % r.distinct) + ".png)}\n";
+    }
+    const processor p{std::move(sheet)};
+    std::vector<std::string> names;
+    const std::size_t held = testing_support::peak_bytes_during([&] { names = p.images(); });
+    ASSERT_EQ(names.size(), r.distinct);
+    EXPECT_EQ(names.back(), "i" + std::to_string(r.distinct - 1) + ".png");
+    // The names are short: each is a std::string without a block of its own.
+    const std::size_t result = names.capacity() * sizeof(std::string);
+    EXPECT_LE(held, result + 72 * r.distinct + 1024);
+  }
 }
 
 // Sized to stay fast under the sanitizers; the benchmarks run the full sizes.
@@ -213,39 +317,58 @@ TEST(Process, HandlesLargeInput) {
 // Former bugs. Each test is named for a fault that the processor had, and
 // says what broke.
 
-// A var() chain whose values double at each step made a few hundred bytes
-// stand for terabytes, and process() built them until memory ran out. Growth
-// past the limit now throws before the text is built; a big but bounded
-// expansion goes through, and the object stays usable.
+// Values that refer to values can double at each step: a few hundred bytes
+// would stand for terabytes. process() has one budget for all it holds,
+// 16 MiB for a small sheet: a value or the sheet past it, or the sheet, the
+// stored values and the text being built together past it, throw before the
+// text is built; a big but bounded expansion goes through, and the object
+// stays usable.
 TEST(CssFormerBugs, ReferencesThatDoubleAtEachStepCannotExhaustMemory) {
-  const auto chain = [](int steps, int uses) {
+  // A chain of values, each twice the one before, the last used `uses`
+  // times in a rule, and `in_one` times in one more definition.
+  const auto chain = [](int steps, int uses, int in_one) {
     std::string sheet = ":root{--v0:abcdefgh;";
     for (int i = 1; i <= steps; ++i) {
       sheet += "--v" + std::to_string(i) + ":var(--v" + std::to_string(i - 1) + ")var(--v" +
                std::to_string(i - 1) + ");";
     }
+    const std::string last = "var(--v" + std::to_string(steps) + ")";
+    sheet += "--all:";
+    for (int i = 0; i < in_one; ++i) sheet += last;
     sheet += "}p{";
-    for (int i = 0; i < uses; ++i) sheet += "q:var(--v" + std::to_string(steps) + ");";
+    for (int i = 0; i < uses; ++i) sheet += "q:" + last + ";";
     return sheet + "}";
   };
+  const std::string one_text = "css_processor: var() references grow the text past 16777216 bytes";
+  const std::string all_texts =
+      "css_processor: var() references grow the style sheet and its variables past 16777216 "
+      "bytes";
   struct row {
     const char* what;
-    int steps, uses;
-    bool refused;
+    int steps, uses, in_one;
+    std::string refused;  // the message, or empty
   };
   const row rows[] = {
-      {"a value of 8 MiB, used once", 20, 1, false},
-      {"a value of 16 MiB, defined but unused", 21, 0, false},
-      {"a value past 16 MiB in a definition", 22, 0, true},
-      {"forty steps", 40, 1, true},
-      {"4 MiB used three times", 19, 3, false},
-      {"8 MiB used three times in the rules", 20, 3, true},
+      // The values of the chain add up to twice the last one.
+      {"4 MiB used once: 12 MiB in all", 19, 1, 0, ""},
+      {"2 MiB used three times: 10 MiB in all", 18, 3, 0, ""},
+      {"1 MiB seventeen times in one value", 17, 0, 17, one_text},
+      {"1 MiB seventeen times in the rules", 17, 17, 0, one_text},
+      {"forty steps", 40, 1, 0, all_texts},
+      {"8 MiB defined and unused: the values alone pass 16 MiB", 20, 0, 0, all_texts},
+      {"4 MiB used three times: 20 MiB in all", 19, 3, 0, all_texts},
+      {"1 MiB eight times in one value and six times in the rules", 17, 6, 8, all_texts},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.what);
-    processor sheet{chain(r.steps, r.uses)};
-    if (r.refused) {
-      EXPECT_THROW(static_cast<void>(sheet.process()), std::length_error);
+    processor sheet{chain(r.steps, r.uses, r.in_one)};
+    if (!r.refused.empty()) {
+      try {
+        static_cast<void>(sheet.process());
+        ADD_FAILURE() << "no exception";
+      } catch (const std::length_error& e) {
+        EXPECT_EQ(e.what(), r.refused);
+      }
     } else {
       ASSERT_EQ(sheet.process(), std::nullopt);
       // "p{", then "q:", the value and ';' for each use, then '}'.
@@ -279,6 +402,33 @@ TEST(CssFormerBugs, ImagesSeenBeforeAreFoundAmongThousands) {
   expected.push_back("img0.gif1.gif");
   expected.push_back("img0_.gif");
   EXPECT_EQ(processor{std::move(sheet)}.images(), expected);
+}
+
+// A sheet of 2.5 KB whose :root block doubles a value up to 16 MiB and then
+// defines a hundred variables that each refer to it: the budget was per
+// text, so each definition held another 16 MiB, and the call took 1.7 GB
+// and seconds. Now it stops at the budget, holding a few times it at most.
+TEST(CssFormerBugs, AHundredReferencesToTheLargestValueStopAtTheBudget) {
+  if (!testing_support::allocations_counted()) GTEST_SKIP() << "allocations are not counted here";
+  std::string sheet = ":root{--v0:abcdefgh;";
+  for (int i = 1; i <= 21; ++i) {
+    sheet += "--v" + std::to_string(i) + ":var(--v" + std::to_string(i - 1) + ")var(--v" +
+             std::to_string(i - 1) + ");";
+  }
+  for (int i = 0; i < 100; ++i) sheet += "--use" + std::to_string(i) + ":var(--v21);";
+  sheet += "}p{q:var(--use99)}";
+  ASSERT_LT(sheet.size(), 2600u);
+  processor p{std::move(sheet)};
+  bool refused = false;
+  const std::size_t held = testing_support::peak_bytes_during([&] {
+    try {
+      static_cast<void>(p.process());
+    } catch (const std::length_error&) {
+      refused = true;
+    }
+  });
+  EXPECT_TRUE(refused);
+  EXPECT_LE(held, 3 * (std::size_t{16} << 20));
 }
 
 }  // namespace

@@ -1,8 +1,9 @@
 #include "resolve.h"
 
-#include <fmt/format.h>
-
+#include <algorithm>
 #include <stdexcept>
+
+#include <fmt/format.h>
 
 #include <tvbase/text/replace_engine.h>
 
@@ -13,7 +14,8 @@ namespace css_processor {
 
 std::optional<std::string> resolve_values(std::optional<std::string_view> name,
                                           const variable_table& table, std::string& text,
-                                          std::size_t limit) {
+                                          byte_budget budget) {
+  const std::size_t limit = budget.limit;
   replace_engine::engine<char> edits{text};
   {
     const std::string_view source = text;
@@ -29,6 +31,13 @@ std::optional<std::string> resolve_values(std::optional<std::string_view> name,
       }
       size += entry->second.size();
       static_cast<void>(edits.replace(source.substr(ref->whole.begin, length), entry->second));
+    }
+    // The new text fits the budget on its own; it must fit beside the rest.
+    // The values recorded so far take no more than the budget.
+    if (size > limit - std::min(limit, budget.held)) {
+      throw std::length_error(fmt::format(
+          "css_processor: var() references grow the style sheet and its variables past {} bytes",
+          limit));
     }
     if (edits.size() != 0) {
       text = edits.apply();

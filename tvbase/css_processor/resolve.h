@@ -32,12 +32,23 @@ using variable_table = std::map<std::string, std::string, std::less<>>;
 // parenthesis, or a message of evaluate_calc (then `text` has its references
 // replaced and nothing more).
 //
-// References whose values would grow the text past `limit` bytes throw
-// std::length_error, with `text` unchanged: values that hold references to
-// values that hold references can double at each step.
+// The bytes that one process() call may hold: `limit` for all its texts
+// together (the style sheet, the stored values, the text being built), of
+// which `held` are taken by those other than the one being built.
+struct byte_budget {
+  std::size_t limit;
+  std::size_t held;
+};
+
+// References whose values would grow the text past budget.limit bytes
+// throw std::length_error at the reference that does it; a text within that
+// but past what the budget has left beside budget.held throws once all are
+// counted. Either way before the text is built, with `text` unchanged:
+// values that hold references to values that hold references can double at
+// each step.
 std::optional<std::string> resolve_values(std::optional<std::string_view> name,
                                           const variable_table& table, std::string& text,
-                                          std::size_t limit);
+                                          byte_budget budget);
 
 }  // namespace css_processor
 

@@ -31,7 +31,7 @@ void check(std::optional<std::string_view> name, const std::vector<row>& rows) {
   for (const row& r : rows) {
     SCOPED_TRACE(r.text);
     std::string text = r.text;
-    const auto message = resolve_values(name, kTable, text, SIZE_MAX);
+    const auto message = resolve_values(name, kTable, text, {SIZE_MAX, 0});
     if (r.fails) {
       EXPECT_EQ(message.value_or("(no message; text " + text + ")"), r.expected);
     } else {
@@ -75,7 +75,7 @@ TEST(ResolveValues, ReplacesReferences) {
 
 TEST(ResolveValues, LeavesTheTextAsItWasOnAnUndefinedName) {
   std::string text = "a var(--a) b var(--nope) c var(--n)";
-  EXPECT_EQ(resolve_values(std::nullopt, kTable, text, SIZE_MAX), undefined("--nope"));
+  EXPECT_EQ(resolve_values(std::nullopt, kTable, text, {SIZE_MAX, 0}), undefined("--nope"));
   EXPECT_EQ(text, "a var(--a) b var(--nope) c var(--n)");
 }
 
@@ -110,7 +110,7 @@ TEST(ResolveValues, EvaluatesCalcInDefinitions) {
 
 TEST(ResolveValues, KeepsReferencesReplacedWhenCalcFails) {
   std::string text = "var(--n) calc(1 / 3) calc(1 + 1)";
-  EXPECT_EQ(resolve_values("--v", kTable, text, SIZE_MAX),
+  EXPECT_EQ(resolve_values("--v", kTable, text, {SIZE_MAX, 0}),
             "Error in calc() for variable --v: expression (error_div) is invalid.");
   EXPECT_EQ(text, "3 calc(1 / 3) calc(1 + 1)");
 }
@@ -122,11 +122,11 @@ TEST(ResolveValues, HandlesManyReferencesAndDeepParentheses) {
     text += "var(--n) ";
     expected += "3 ";
   }
-  ASSERT_EQ(resolve_values(std::nullopt, kTable, text, SIZE_MAX), std::nullopt);
+  ASSERT_EQ(resolve_values(std::nullopt, kTable, text, {SIZE_MAX, 0}), std::nullopt);
   EXPECT_EQ(text, expected);
 
   std::string unclosed = "calc(" + std::string(200000, '(') + "1" + std::string(199999, ')');
-  EXPECT_EQ(resolve_values("--v", kTable, unclosed, SIZE_MAX), kMismatched);
+  EXPECT_EQ(resolve_values("--v", kTable, unclosed, {SIZE_MAX, 0}), kMismatched);
 }
 
 }  // namespace

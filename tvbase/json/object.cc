@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
+#include <variant>
+#include <vector>
 
 #include <fmt/xchar.h>
 
@@ -25,15 +27,28 @@ constinit const object object::invalid_object{false};
 
 namespace {
 
+using storage = std::variant<detail::invalid_value, std::nullptr_t, number, std::wstring, bool,
+                             object::dictionary_type, object::array_type, detail::short_number>;
+
 // An empty container of the same kind as `t`.
-std::any empty_container(object::type t) {
-  if (t == object::type::array) return std::any(std::in_place_type<object::array_type>);
-  return std::any(std::in_place_type<object::dictionary_type>);
+void make_empty(storage& value, object::type t) {
+  if (t == object::type::array) {
+    value.emplace<object::array_type>();
+  } else {
+    value.emplace<object::dictionary_type>();
+  }
+}
+
+bool holds_full_container(const storage& value) noexcept {
+  if (const auto* a = std::get_if<object::array_type>(&value)) return !a->empty();
+  if (const auto* d = std::get_if<object::dictionary_type>(&value)) return !d->empty();
+  return false;
 }
 
 }  // namespace
 
-std::any object::copy_value(const std::any& value) {
+object::storage object::copy_value(const storage& value) {
+  static_assert(std::is_same_v<storage, json::storage>, "the storage named twice");
   const type root_type = type_of(value);
   if (!is_container(root_type)) return value;
 
@@ -42,81 +57,67 @@ std::any object::copy_value(const std::any& value) {
   // made empty in place and queued. A destination is reserved at its final
   // size before its children are queued, so the queued addresses stay valid.
   struct job {
-    const std::any* from;
-    std::any* to;
+    const storage* from;
+    storage* to;
   };
-  std::any result = empty_container(root_type);
+  storage result;
+  make_empty(result, root_type);
   std::vector<job> jobs{{&value, &result}};
   while (!jobs.empty()) {
     const job j = jobs.back();
     jobs.pop_back();
-    if (type_of(*j.from) == type::array) {
-      const array_type& from = held<array_type>(*j.from);
+    const auto copy_child = [&jobs](const object& from, object& to) {
+      const type t = type_of(from.value_);
+      if (is_container(t)) {
+        make_empty(to.value_, t);
+        jobs.push_back({&from.value_, &to.value_});
+      } else {
+        to.value_ = from.value_;
+      }
+    };
+    if (const auto* elements = std::get_if<array_type>(j.from)) {
       array_type& to = held<array_type>(*j.to);
-      to.reserve(from.size());
-      for (const object& element : from) {
-        const type t = type_of(element.value_);
-        object& copy = to.emplace_back();
-        if (is_container(t)) {
-          copy.value_ = empty_container(t);
-          jobs.push_back({&element.value_, &copy.value_});
-        } else {
-          copy.value_ = element.value_;
-        }
-      }
+      to.reserve(elements->size());
+      for (const object& element : *elements) copy_child(element, to.emplace_back());
     } else {
-      const dictionary_type& from = held<dictionary_type>(*j.from);
+      const dictionary_type& entries = held<dictionary_type>(*j.from);
       dictionary_type& to = held<dictionary_type>(*j.to);
-      to.reserve(from.size());
-      for (const auto& [key, element] : from) {
-        const type t = type_of(element.value_);
-        object& copy = to.emplace_back(key, object()).second;
-        if (is_container(t)) {
-          copy.value_ = empty_container(t);
-          jobs.push_back({&element.value_, &copy.value_});
-        } else {
-          copy.value_ = element.value_;
-        }
-      }
+      to.reserve(entries.size());
+      for (const auto& [key, element] : entries)
+        copy_child(element, to.emplace_back(key, object()).second);
     }
   }
   return result;
 }
 
-void object::drop_value(std::any& value) noexcept {
-  if (!value.has_value()) return;
-  if (!is_container(type_of(value))) {
-    value.reset();
+// Each container's children are emptied before the container is
+// destroyed: the full containers among them are moved onto a list to be
+// emptied in turn, which leaves them empty where they stood. So no
+// destructor meets a child that still holds anything, and the walk has no
+// recursion. Scalars and empty containers go with their container.
+void object::drop_value(storage& value) noexcept {
+  if (!holds_full_container(value)) {
+    value.emplace<0>();
     return;
   }
-  // Each container's children are emptied before the container is
-  // destroyed: scalars and empty containers at once, and the others moved
-  // onto a list to be emptied in turn. So no destructor meets a child that
-  // still holds anything, and the walk has no recursion.
-  std::vector<std::any> pending;
-  const auto empty_child = [&pending](std::any& child) noexcept {
-    if (!child.has_value()) return;
-    const type t = type_of(child);
-    const bool full = (t == type::array && !held<array_type>(child).empty()) ||
-                      (t == type::dictionary && !held<dictionary_type>(child).empty());
-    if (!full) {
-      child.reset();
-      return;
-    }
+  std::vector<storage> pending;
+  const auto empty_child = [&pending](storage& child) noexcept {
+    if (!holds_full_container(child)) return;
     try {
       pending.push_back(std::move(child));
     } catch (...) {
       // Out of memory for the list: this child is destroyed by recursion.
     }
   };
-  std::any current = std::move(value);
+  storage current = std::move(value);
+  value.emplace<0>();
   for (;;) {
-    if (type_of(current) == type::array) {
-      for (object& element : held<array_type>(current)) empty_child(element.value_);
+    if (auto* a = std::get_if<array_type>(&current)) {
+      for (object& element : *a) empty_child(element.value_);
     } else {
       for (auto& entry : held<dictionary_type>(current)) empty_child(entry.second.value_);
     }
-    current.reset();
+    current.emplace<0>();
     if (pending.empty()) break;
     current = std::move(pending.back());
     pending.pop_back();
@@ -125,35 +126,43 @@ void object::drop_value(std::any& value) noexcept {
 
 object::object(const object& other) : value_(copy_value(other.value_)) {}
 
-object::object(object&& other) noexcept : value_(std::move(other.value_)) {}
+object::object(object&& other) noexcept : value_(std::move(other.value_)) {
+  other.value_.emplace<0>();
+}
 
 object::~object() {
-  if (value_.has_value()) drop_value(value_);
+  if (holds_full_container(value_)) drop_value(value_);
 }
 
 object& object::operator=(const object& other) {
-  std::any copy = copy_value(other.value_);
+  storage copy = copy_value(other.value_);
   drop_value(value_);
   value_ = std::move(copy);
   return *this;
 }
 
 object& object::operator=(object&& other) noexcept {
-  std::any taken = std::move(other.value_);
+  storage taken = std::move(other.value_);
+  other.value_.emplace<0>();
   drop_value(value_);
   value_ = std::move(taken);
   return *this;
 }
 
 object& object::operator=(const number& value) {
-  std::any copy(value);
+  storage copy;
+  if (detail::fits_short(value.text)) {
+    copy.emplace<detail::short_number>(detail::make_short(value.text));
+  } else {
+    copy.emplace<number>(value);
+  }
   drop_value(value_);
   value_ = std::move(copy);
   return *this;
 }
 
 object& object::operator=(std::wstring_view text) {
-  std::any copy(std::in_place_type<std::wstring>, text);
+  storage copy(std::in_place_type<std::wstring>, text);
   drop_value(value_);
   value_ = std::move(copy);
   return *this;
@@ -161,7 +170,7 @@ object& object::operator=(std::wstring_view text) {
 
 object& object::operator=(const bool& value) {
   drop_value(value_);
-  value_ = value;
+  value_.emplace<bool>(value);
   return *this;
 }
 
@@ -190,39 +199,53 @@ bool object::as_bool(bool fallback) const noexcept {
   return b ? *b : fallback;
 }
 
+namespace {
+
+// Calls `read` with the number text in whichever form the value holds it
+// (a std::wstring or, for the short form, a std::string of the same ASCII
+// text), or gives `fallback` when it holds no number.
+template <class Result, class Read>
+Result read_number(const storage& value, Result fallback, Read read) {
+  if (const number* n = std::get_if<number>(&value)) return read(n->text);
+  if (const auto* n = std::get_if<detail::short_number>(&value)) {
+    return read(std::string(detail::text_of(*n)));
+  }
+  return fallback;
+}
+
+}  // namespace
+
 double object::as_double(double fallback) const {
-  const number* n = held_if<number>(value_);
-  return n ? std::stod(n->text) : fallback;
+  return read_number(value_, fallback, [](const auto& text) { return std::stod(text); });
 }
 
 int object::as_int(int fallback) const {
-  const number* n = held_if<number>(value_);
-  return n ? std::stoi(n->text) : fallback;
+  return read_number(value_, fallback, [](const auto& text) { return std::stoi(text); });
 }
 
 unsigned int object::as_uint(unsigned int fallback) const {
-  const number* n = held_if<number>(value_);
-  if (!n) return fallback;
   // std::stoul is 64 bits wide here; the magnitude must fit 32 bits, and a
   // leading minus negates it modulo 2^32, as a 32-bit stoul would.
-  const unsigned long wide = std::stoul(n->text);
-  const std::size_t sign = n->text.find_first_not_of(L" \t\n\v\f\r");
-  const bool negative = sign != std::wstring::npos && n->text[sign] == L'-';
-  const unsigned long magnitude = negative ? 0ul - wide : wide;
-  if (magnitude > std::numeric_limits<unsigned int>::max()) {
-    throw std::out_of_range("stoul");
-  }
-  return static_cast<unsigned int>(wide);
+  return read_number(value_, fallback, [](const auto& text) {
+    const unsigned long wide = std::stoul(text);
+    std::size_t sign = 0;
+    while (sign < text.size() && (text[sign] == ' ' || (text[sign] >= '\t' && text[sign] <= '\r')))
+      ++sign;
+    const bool negative = sign < text.size() && text[sign] == '-';
+    const unsigned long magnitude = negative ? 0ul - wide : wide;
+    if (magnitude > std::numeric_limits<unsigned int>::max()) {
+      throw std::out_of_range("stoul");
+    }
+    return static_cast<unsigned int>(wide);
+  });
 }
 
 long long object::as_int64(long long fallback) const {
-  const number* n = held_if<number>(value_);
-  return n ? std::stoll(n->text) : fallback;
+  return read_number(value_, fallback, [](const auto& text) { return std::stoll(text); });
 }
 
 unsigned long long object::as_uint64(unsigned long long fallback) const {
-  const number* n = held_if<number>(value_);
-  return n ? std::stoull(n->text) : fallback;
+  return read_number(value_, fallback, [](const auto& text) { return std::stoull(text); });
 }
 
 std::wstring object::as_string(std::wstring_view fallback) const {
@@ -231,31 +254,31 @@ std::wstring object::as_string(std::wstring_view fallback) const {
 }
 
 std::wstring object::as_number_string(std::wstring_view fallback) const {
-  const number* n = held_if<number>(value_);
-  return n ? n->text : std::wstring(fallback);
+  std::wstring wide;
+  const std::wstring* text = detail::number_text(value_, wide);
+  if (!text) return std::wstring(fallback);
+  return text == &wide ? std::move(wide) : *text;
 }
 
 // --- writing ----------------------------------------------------------------
 
 object& object::null() noexcept {
   drop_value(value_);
-  value_ = nullptr;
+  value_.emplace<std::nullptr_t>(nullptr);
   return *this;
 }
 
 object& object::empty_array() {
   if (held_if<array_type>(value_)) return *this;
-  std::any fresh(std::in_place_type<array_type>);
   drop_value(value_);
-  value_ = std::move(fresh);
+  value_.emplace<array_type>();
   return *this;
 }
 
 object& object::empty_object() {
   if (held_if<dictionary_type>(value_)) return *this;
-  std::any fresh(std::in_place_type<dictionary_type>);
   drop_value(value_);
-  value_ = std::move(fresh);
+  value_.emplace<dictionary_type>();
   return *this;
 }
 
@@ -282,16 +305,17 @@ namespace {
 // function object shrinks the dictionary or changes the value's type.
 template <class Container, class Self, class Fn>
 void walk(Self& self_value, Fn& fn) {
-  auto* c = std::any_cast<Container>(&self_value);
+  auto* c = std::get_if<std::remove_const_t<Container>>(&self_value);
   if (!c) return;
   if constexpr (std::is_same_v<std::remove_const_t<Container>, object::array_type>) {
-    for (std::size_t i = 0; (c = std::any_cast<Container>(&self_value)) && i < c->size(); ++i) {
+    for (std::size_t i = 0;
+         (c = std::get_if<std::remove_const_t<Container>>(&self_value)) && i < c->size(); ++i) {
       if (!fn(static_cast<unsigned int>(i), (*c)[i])) return;
     }
   } else {
     const std::size_t end = c->size();
     for (std::size_t i = 0; i < end; ++i) {
-      c = std::any_cast<Container>(&self_value);
+      c = std::get_if<std::remove_const_t<Container>>(&self_value);
       if (!c || i >= c->size()) return;
       if (!fn((*c)[i].first, (*c)[i].second)) return;
     }

@@ -1,7 +1,7 @@
 #ifndef TVBASE_JSON_OBJECT_H
 #define TVBASE_JSON_OBJECT_H
 
-#include <any>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include <tvbase/export.h>
@@ -41,6 +42,22 @@ class TVBASE_EXPORT functions {
   functions& operator=(const functions&) { return *this; }
   functions& operator=(functions&&) noexcept { return *this; }
 };
+
+namespace detail {
+
+// What a value that holds nothing (the invalid value) holds.
+struct invalid_value {};
+
+// Number text of up to 31 ASCII units, held in the value itself: the
+// numbers of a document cost no allocation. Longer number text, and number
+// text with other units, is a json::number.
+struct short_number {
+  static constexpr std::size_t kMax = 31;
+  std::uint8_t size = 0;
+  char text[kMax];
+};
+
+}  // namespace detail
 
 // One JSON value of any kind, owning its whole subtree; a document is a tree
 // of these. Wide text holds one UTF-16 code unit per wchar_t.
@@ -99,7 +116,7 @@ class TVBASE_EXPORT object {
   static const object invalid_object;
 
   // A null value (not an invalid one).
-  object() noexcept : value_(nullptr) {}
+  object() noexcept : value_(std::in_place_index<1>, nullptr) {}
   object(const object& other);
   // Leaves `other` invalid.
   object(object&& other) noexcept;
@@ -163,8 +180,14 @@ class TVBASE_EXPORT object {
   // Reads `text` into this value: containers are read over what they
   // already hold (see the class comment). On a syntax error the value is
   // left as far as reading got, and the error is returned. A NUL unit acts
-  // as the end of the input. The time is linear in the text: unlike
-  // operator[], the reader finds a key among many through a hash index.
+  // as the end of the input. The time is linear in the text, for texts
+  // made to be slow too: unlike operator[], the reader finds a key among
+  // many (from 1,024 in one dictionary) through a hash index, whose hash is
+  // seeded once per process from the system's random source, so that keys
+  // cannot be chosen from outside to collide; keys that collide whatever the
+  // seed make the dictionary's index start again under SipHash with a
+  // secret key. Which key a repeat reads over, and the order of entries, do
+  // not depend on the hash.
   [[nodiscard]] std::optional<error> parse(std::wstring_view text);
 
   // The compact JSON text: no white space, entries in stored order, numbers
@@ -189,12 +212,16 @@ class TVBASE_EXPORT object {
   friend class parser;
   friend class writer;
 
-  // A deep copy of `value`, made without recursion.
-  static std::any copy_value(const std::any& value);
-  // Destroys what `value` holds without recursion and leaves it empty.
-  static void drop_value(std::any& value) noexcept;
+  // The alternatives in the order of `type`, then the short number form.
+  using storage = std::variant<detail::invalid_value, std::nullptr_t, number, std::wstring, bool,
+                               dictionary_type, array_type, detail::short_number>;
 
-  std::any value_;
+  // A deep copy of `value`, made without recursion.
+  static storage copy_value(const storage& value);
+  // Destroys what `value` holds without recursion and leaves it invalid.
+  static void drop_value(storage& value) noexcept;
+
+  storage value_;
 };
 
 }  // namespace json

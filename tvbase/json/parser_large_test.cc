@@ -6,15 +6,20 @@
 // limit.
 #include <tvbase/json/object.h>
 
+#include <cstdint>
+#include <functional>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include <tvbase/json/parser.h>
 #include <tvbase/testing/allocation_counter.h>
+#include <tvbase/testing/colliding_keys.h>
 
 namespace {
 
@@ -78,7 +83,7 @@ TEST(JsonParseLarge, MillionLevelsStopAtTheDepthLimit) {
 
 // One token of 10 MB; k = 4: the text read into the value (exactly its
 // size) and the reader's buffer, which doubles as escapes are added one by
-// one, or once for the exponent of a number.
+// one.
 TEST(JsonParseLarge, TenMegabyteTokens) {
   struct row {
     const char* name;
@@ -265,6 +270,135 @@ TEST(JsonParseLarge, EachDictionaryStartsItsOwnKeyIndex) {
     EXPECT_EQ(value(index)(letter + L"1").as_int(0), 1);
   }
   EXPECT_EQ(value(4).to_string(), L"{\"k\":2}");
+}
+
+// Keys that libstdc++'s std::hash<std::wstring_view> maps to one value. The
+// reader's key index used that hash, and 100,000 such keys took it 8 s,
+// each new key probing past all the others.
+using testing_support::keys_colliding_in_the_standard_hash;
+
+// A dictionary of `keys` in order, the key of index `again` repeated at the
+// end with the value -1; each other value is its key's index.
+std::wstring dictionary_of(const std::vector<std::wstring>& keys, std::size_t again) {
+  std::wstring text = L"{";
+  for (std::size_t i = 0; i < keys.size(); ++i)
+    text.append(L"\"").append(keys[i]).append(L"\":").append(std::to_wstring(i)).append(L",");
+  return text.append(L"\"").append(keys[again]).append(L"\":-1}");
+}
+
+// Every key once, in order, with its value; the repeated one read over in
+// its first place.
+void expect_read_in_order(const object& value, const std::vector<std::wstring>& keys,
+                          std::size_t again) {
+  std::size_t count = 0;
+  bool in_order = true;
+  value.foreach([&](const std::wstring& key, const object& v) {
+    in_order = in_order && key == keys[count] &&
+               v.as_int(-2) == (count == again ? -1 : static_cast<int>(count));
+    ++count;
+    return true;
+  });
+  EXPECT_EQ(count, keys.size());
+  EXPECT_TRUE(in_order);
+}
+
+constexpr std::size_t kColliding = 100000;
+
+// Before, the count of cells probed was some 5 * 10^9 for these keys.
+TEST(JsonKeyIndex, KeysCollidingInTheStandardHashCostLinearProbes) {
+  const std::vector<std::wstring> keys = keys_colliding_in_the_standard_hash(kColliding);
+  const std::hash<std::wstring_view> standard;
+  std::size_t same = 0;
+  for (const std::wstring& key : keys) same += standard(key) == standard(keys[0]);
+  // Elsewhere than libstdc++ the standard hash is another, and the keys are
+  // just keys; the bound below holds all the same.
+  if (same != keys.size()) std::printf("note: the keys do not collide in this std::hash\n");
+
+  const std::wstring text = dictionary_of(keys, 4321);
+  json::parser reader(text);
+  object value;
+  reader.parse_value(value);
+  ASSERT_EQ(reader.cursor, reader.limit);
+  EXPECT_LE(reader.key_probes(), 8 * kColliding);
+  expect_read_in_order(value, keys, 4321);
+}
+
+// Keys that collide in whatever hash the reader seeds (here all of them, by
+// a hash given for the test) make a search run long; the dictionary's table
+// is then refilled under SipHash, and the probes stay linear.
+TEST(JsonKeyIndex, KeysCollidingWhateverTheSeedFallBackToSipHash) {
+  struct constant_hash {
+    constant_hash() {
+      json::parser::set_hash_for_testing([](std::wstring_view) -> std::uint64_t { return 7; });
+    }
+    ~constant_hash() { json::parser::set_hash_for_testing(nullptr); }
+  } collide;
+  std::vector<std::wstring> keys;
+  for (std::size_t i = 0; i < kColliding; ++i) keys.push_back(L"key" + std::to_wstring(i));
+  const std::wstring text = dictionary_of(keys, 99999);
+  json::parser reader(text);
+  object value;
+  reader.parse_value(value);
+  ASSERT_EQ(reader.cursor, reader.limit);
+  EXPECT_LE(reader.key_probes(), 8 * kColliding);
+  expect_read_in_order(value, keys, 99999);
+
+  // The next dictionary at that depth starts with the seeded hash again, and
+  // falls back on its own.
+  const std::wstring twice = L"[" + text + L"," + text + L"]";
+  json::parser again(twice);
+  object both;
+  again.parse_value(both);
+  ASSERT_EQ(again.cursor, again.limit);
+  EXPECT_LE(again.key_probes(), 16 * kColliding);
+  expect_read_in_order(both(1), keys, 99999);
+}
+
+// A number is measured before it is copied: a long one, with or without
+// its exponent, takes the room of its text once, in the value or in the
+// result of wstring_to_number_wstring, and no buffer beside it.
+TEST(JsonParseLarge, TenMegabyteNumbersAreCopiedOnce) {
+  const std::wstring digits = L"1" + repeat(L"2", kLong);
+  const struct {
+    const char* name;
+    std::wstring text;
+    std::wstring expected;
+  } rows[] = {
+      {"whole", digits, digits},
+      {"fraction", L"-0." + digits, L"-0." + digits},
+      {"exponent", L"-" + digits + L".5E-3", L"-" + digits + L".5e-3"},
+      {"exponent without its sign", digits + L"e7", digits + L"e+7"},
+      {"in an array", L"[" + digits + L"E+12]", L"[" + digits + L"e+12]"},
+  };
+  // The value's text, and what the allocator rounds it up to.
+  const auto bound = [](const std::wstring& text) { return bytes_of(text) + 4096; };
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.name);
+    object value;
+    std::optional<object::error> error;
+    const std::size_t held = peak_bytes_during([&] { error = value.parse(r.text); });
+    ASSERT_FALSE(error) << error->message;
+    EXPECT_LE(held, bound(r.text));
+    EXPECT_EQ(value.to_string(), r.expected);
+    if (r.text[0] == L'[') continue;
+    std::wstring number;
+    const std::size_t function_held =
+        peak_bytes_during([&] { number = json::functions::wstring_to_number_wstring(r.text); });
+    EXPECT_LE(function_held, bound(r.text));
+    EXPECT_EQ(number, r.expected);
+  }
+  // A number read behind a longer string does not keep the reader's buffer,
+  // which the string made four times as long as the number: what the tree
+  // holds afterwards is the two texts.
+  const std::wstring string = repeat(L"a", kLong);
+  const std::wstring number = L"1" + repeat(L"2", kLong / 4);
+  const std::size_t before = testing_support::live_bytes();
+  {
+    object pair;
+    ASSERT_FALSE(pair.parse(L"[\"" + string + L"\"," + number + L"e1]"));
+    EXPECT_LE(testing_support::live_bytes() - before, bytes_of(string) + bytes_of(number) + 8192);
+    EXPECT_EQ(pair(1).to_string(), number + L"e+1");
+  }
 }
 
 // The text functions on 10 MB; k = 4 as for tokens.

@@ -186,7 +186,7 @@ class writer {
   template <class Sink>
   static void walk(const object& root, Sink& sink) {
     struct frame {
-      const std::any* container;
+      const object::storage* container;
       std::size_t next;
       bool dictionary;
     };
@@ -234,12 +234,18 @@ class writer {
 
  private:
   template <class Sink>
-  static void put_scalar(const std::any& value, object::type t, Sink& sink) {
+  static void put_scalar(const object::storage& value, object::type t, Sink& sink) {
     switch (t) {
       case object::type::null: sink.put(L"null", 4); break;
       case object::type::number: {
-        const std::wstring& text = held<number>(value).text;
-        sink.put(text.data(), text.size());
+        if (const auto* n = detail::held_if<detail::short_number>(value)) {
+          wchar_t wide[detail::short_number::kMax];
+          for (std::size_t i = 0; i < n->size; ++i) wide[i] = static_cast<wchar_t>(n->text[i]);
+          sink.put(wide, n->size);
+        } else {
+          const std::wstring& text = held<number>(value).text;
+          sink.put(text.data(), text.size());
+        }
         break;
       }
       case object::type::string:

@@ -1,7 +1,10 @@
 #include <tvbase/text/replace_engine.h>
 
 #include <algorithm>
+#include <iterator>
+#include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -175,6 +178,99 @@ TYPED_TEST(ReplaceEngine, MatchesTheLinearModelOnRandomBatches) {
     EXPECT_EQ(engine.size(), model.edits.size());
     EXPECT_EQ(shown(engine.apply()), model.apply());
   }
+}
+
+// A second oracle for long batches, where the naive model's linear check
+// is too slow: recorded spans in an ordered map, insertions in a set, and
+// the naive model's stable sort to rebuild.
+struct ordered_model {
+  std::size_t size;
+  std::map<std::size_t, std::size_t> spans;  // begin -> end of the non-empty ones
+  std::set<std::size_t> insertions;
+  naive_engine rebuild;
+
+  bool replace(const edit& e) {
+    if (e.at > size || e.length > size - e.at) return false;
+    const std::size_t begin = e.at;
+    const std::size_t end = begin + e.length;
+    const auto after = spans.lower_bound(begin);  // the first span beginning at or after
+    const bool from_before = after != spans.begin() && std::prev(after)->second > begin &&
+                             std::prev(after)->first < begin;
+    if (e.length == 0) {
+      if (from_before) return false;  // strictly inside a span
+      insertions.insert(begin);
+    } else {
+      if (after != spans.end() && after->first < end) return false;
+      if (after != spans.begin() && std::prev(after)->second > begin) return false;
+      const auto inside = insertions.upper_bound(begin);
+      if (inside != insertions.end() && *inside < end) return false;
+      spans.emplace(begin, end);
+    }
+    rebuild.edits.push_back(e);
+    return true;
+  }
+};
+
+// Long batches in orders that move a block's gap both ways and far, split
+// blocks and chunks over and over, and land edits on, inside and beside
+// recorded ones: every answer and the result against the ordered model.
+constexpr std::size_t kSize = 200000;
+constexpr std::size_t kEdits = 60000;
+
+TEST(ReplaceEngine, MatchesAnOrderedModelOnLongBatchesInAnyOrder) {
+  std::mt19937 random(777);
+  std::string text(kSize, 'x');
+  for (char& c : text) c = static_cast<char>('a' + random() % 26);
+  struct row {
+    const char* name;
+    std::size_t (*place)(std::size_t k, std::mt19937& random);
+  };
+  const row rows[] = {
+      {"in text order", [](std::size_t k, std::mt19937&) { return k * 3; }},
+      {"backwards", [](std::size_t k, std::mt19937&) { return kSize - 1 - k * 3; }},
+      {"scattered by a stride", [](std::size_t k, std::mt19937&) { return (k * 7919) % kSize; }},
+      {"uniformly random", [](std::size_t, std::mt19937& r) { return r() % (kSize + 1); }},
+      {"to and fro in a window",
+       [](std::size_t k, std::mt19937& r) { return (k / 64) * 3 + r() % 400; }},
+      {"crowding one place", [](std::size_t, std::mt19937& r) { return 100000 + r() % 8; }},
+  };
+  for (const row& r : rows) {
+    SCOPED_TRACE(r.name);
+    replace_engine::engine<char> engine{text};
+    ordered_model model{kSize, {}, {}, {text, {}}};
+    std::size_t accepted = 0;
+    for (std::size_t k = 0; k < kEdits; ++k) {
+      const std::size_t at = std::min(r.place(k, random), kSize);
+      const std::size_t length = random() % 3 == 0 ? 0 : random() % 6;
+      const edit e{at, std::min(length, kSize - at),
+                   std::string(random() % 3, static_cast<char>('0' + k % 10))};
+      const bool expected = model.replace(e);
+      ASSERT_EQ(engine.replace(std::string_view(text.data() + e.at, e.length), e.with), expected)
+          << "edit " << k << " at " << e.at << " length " << e.length;
+      accepted += expected ? 1 : 0;
+    }
+    EXPECT_EQ(engine.size(), accepted);
+    EXPECT_TRUE(engine.apply() == model.rebuild.apply());
+    EXPECT_EQ(engine.size(), 0u);
+    EXPECT_TRUE(engine.apply() == text) << "a second apply gives the unedited source";
+  }
+}
+
+// A copy holds the recorded edits of its own; both apply them.
+TEST(ReplaceEngine, CopiesCarryTheirEdits) {
+  const std::string text(5000, '.');
+  replace_engine::engine<char> engine{text};
+  std::string expected = text;
+  for (std::size_t i = 0; i < 1000; ++i) {
+    const std::size_t at = (i * 613) % 1000 * 5;  // out of order, so blocks split
+    ASSERT_TRUE(engine.replace(std::string_view(text).substr(at, 1), "#"));
+    expected[at] = '#';
+  }
+  replace_engine::engine<char> copy = engine;
+  EXPECT_TRUE(engine.apply() == expected);
+  ASSERT_TRUE(copy.replace(std::string_view(text).substr(1, 1), "+"));
+  expected[1] = '+';
+  EXPECT_TRUE(copy.apply() == expected);
 }
 
 }  // namespace
