@@ -1,13 +1,11 @@
 #include <tvbase/frame/shared_data.h>
 
-#include <chrono>
-#include <thread>
-
 #include <tvbase/platform/shared_memory.h>
+#include <tvbase/platform/sleep.h>
 
 namespace {
 
-constexpr std::chrono::milliseconds kLockRetry{100};
+constexpr unsigned kLockRetryMilliseconds = 100;
 
 // Stands in for the shared block before load, after unload, and wherever the
 // shared-memory object can't be had.
@@ -30,7 +28,7 @@ namespace frame {
 void acquire_lock(TvSharedData& data, lock_waiter waiting) noexcept {
   for (unsigned attempts = 1; lock_word(data).exchange(1) != 0; ++attempts) {
     if (waiting != nullptr) waiting(attempts);
-    std::this_thread::sleep_for(kLockRetry);
+    platform::sleep_milliseconds(kLockRetryMilliseconds);
   }
 }
 

@@ -4,7 +4,9 @@
 // Listing the items of one folder, and the conversion of wide paths to the
 // bytes the system takes. Wide text is UTF-16 units, one per wchar_t.
 //
-// Names are UTF-8 on disk. Each byte that starts no valid UTF-8 sequence is
+// On Windows names are UTF-16 already, and the bytes of a path are its UTF-8
+// form (an unpaired surrogate becomes U+FFFD). Elsewhere names are UTF-8 on
+// disk. Each byte that starts no valid UTF-8 sequence is
 // held as the unit 0xDC00 + byte (0xDC80-0xDCFF, which valid UTF-8 never
 // gives), so every name turns back into the bytes it came from.
 
@@ -16,6 +18,13 @@
 
 namespace platform {
 
+// What separates the folders of a path: '\\' on Windows, '/' elsewhere.
+#if defined(_WIN32)
+inline constexpr wchar_t kPathSeparator = L'\\';
+#else
+inline constexpr wchar_t kPathSeparator = L'/';
+#endif
+
 // Attribute bits of an item, as on Windows.
 inline constexpr std::uint32_t kAttributeDirectory = 0x10;      // a folder, or a link to one
 inline constexpr std::uint32_t kAttributeNormal = 0x80;         // a plain item, no other bit
@@ -25,7 +34,9 @@ inline constexpr std::uint32_t kAttributeReparsePoint = 0x400;  // a symbolic li
 struct dir_listing;
 
 // Opens a listing of every item of `folder`, "." and ".." included. Gives
-// null and the system's error code in `error` on failure.
+// null and the system's error code in `error` on failure. On Windows
+// `folder` ends in a separator and the listing is FindFirstFileW of
+// `folder` + "*.*", which gives all items; a folder with none ends at once.
 dir_listing* open_dir(std::wstring_view folder, std::uint32_t& error);
 
 enum class read_status { item, end, failed };

@@ -2,7 +2,9 @@
 #define TVBASE_PLATFORM_FILE_H
 
 // Plain file access for the log configuration and the log file. Descriptors
-// are ints; -1 stands for none. Error codes are the system's (errno).
+// are ints; -1 stands for none. On Windows a descriptor is the file's HANDLE,
+// whose value the system keeps within 32 bits (INVALID_HANDLE_VALUE is -1).
+// Error codes are the system's: errno, or GetLastError() on Windows.
 
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +14,10 @@ namespace platform {
 
 // Creates the log file at `path`, replacing a file of that name, for writing
 // (mode 0644 before the umask, closed across exec). Never follows a symbolic
-// link planted at the name: that fails. Gives -1 on failure.
+// link planted at the name: that fails. Gives -1 on failure. On Windows the
+// old file is deleted and the new one made anew (CREATE_NEW, never opened
+// if another process made it meanwhile), for appending only, others allowed
+// to read, with a DACL that grants the process's user alone.
 int create_log_file(const char* path) noexcept;
 
 // Writes `text` and then `tail` with one system call, to the file's current
@@ -45,6 +50,11 @@ bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uin
 // Gives 0, or the system's error code of the create or the write that
 // failed.
 unsigned long write_whole_file(const char* path, const void* data, std::size_t size) noexcept;
+
+// Sends `text` and a line feed to the debug output: the attached debugger
+// through OutputDebugStringA on Windows (nothing if none listens), standard
+// error elsewhere.
+void debug_echo(const char* text, std::size_t length) noexcept;
 
 // Writes `text` and then `tail` to standard error with one system call.
 void write_stderr(const char* text, std::size_t length, const char* tail,

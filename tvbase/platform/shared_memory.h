@@ -22,6 +22,14 @@
 //     remove it (an object created by another user in a sticky folder).
 // So the content is gone once the last process lets go, and the next map
 // starts from a zero-filled block.
+//
+// On Windows the block is a named file mapping backed by the paging file,
+// one per user: "Local\<name>-<the user's SID>", made with the user as owner
+// and a DACL that grants the user and SYSTEM alone. The system zero-fills it
+// at creation and keeps it while some process holds a handle, so no lock is
+// needed and nothing waits. A mapping of that name owned by anyone else is
+// not used (the block stays unmapped). There is no fork(): rejoin and
+// on_fork_child do nothing, and `object` holds the mapping's handle.
 
 #include <cstddef>
 

@@ -40,7 +40,7 @@ void TvLogSink::TakeDown() noexcept {
 void TvLogSink::Write(const char* line, std::size_t length) const noexcept {
   if (file < 0) return;
   platform::write_line(file, line, length, "\r\n", 2);
-  if (debugEcho) platform::write_stderr(line, length, "\n", 1);
+  if (debugEcho) platform::debug_echo(line, length);
 }
 
 namespace trace {

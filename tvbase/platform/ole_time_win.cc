@@ -1,0 +1,16 @@
+#include <tvbase/platform/ole_time.h>
+
+#include <windows.h>
+
+#include <oleauto.h>
+
+namespace platform {
+
+bool variant_time_to_calendar(double date, calendar_time& out) noexcept {
+  SYSTEMTIME t{};
+  if (!::VariantTimeToSystemTime(date, &t)) return false;
+  out = {t.wYear, t.wMonth, t.wDay, t.wHour, t.wMinute, t.wSecond};
+  return true;
+}
+
+}  // namespace platform
