@@ -236,4 +236,6 @@ long cheapest_system_call() { return static_cast<long>(::getppid()); }
 
 void set_environment(const char* name, const char* value) { ::setenv(name, value, 1); }
 
+void kill_this_process() { ::raise(SIGKILL); }
+
 }  // namespace testing_support

@@ -14,6 +14,7 @@
 //   EXPECT_EQ(tool.finish(), 0);
 //   EXPECT_NE(tool.out().find("not set"), std::string::npos);
 
+#include <csignal>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -21,7 +22,25 @@
 #include <utility>
 #include <vector>
 
+// Windows has no kill signal; its value stands for the exit code 128 + 9
+// that an ended program gives there (program::signal).
+#if defined(_WIN32) && !defined(SIGKILL)
+#define SIGKILL 9
+#endif
+
 namespace testing_support {
+
+// Whether forked_child, in_child and as_other_user work: not on Windows,
+// which has no fork(). Tests that need them skip there, saying why.
+#if defined(_WIN32)
+inline constexpr bool can_fork = false;
+#else
+inline constexpr bool can_fork = true;
+#endif
+
+// Ends this process at once as the kill signal would (SIGKILL; on Windows
+// TerminateProcess with 128 + 9).
+void kill_this_process();
 
 // How a child process ended: by exit with `code`, or killed by `signal`.
 struct exit_status {

@@ -32,7 +32,7 @@ void traced_calls(long count, bool crash) {
     TvFuncLog step("step");
     step.WriteLineFormat("i=%ld", i);
   }
-  if (crash) std::raise(SIGKILL);
+  if (crash) testing_support::kill_this_process();
 }
 
 void print_log_name() {
