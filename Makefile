@@ -4,11 +4,15 @@
 #   make bench   set up (with the peers), build in Release, run the benchmarks
 #   make fuzz    set up clang, build the fuzz targets, run each FUZZ_SECONDS
 #   make check-valgrind   test programs under valgrind memcheck
+#   make test-windows     set up MinGW-w64 and wine64, build both Windows targets,
+#                         run the 64-bit suite under wine64
+#   make package-windows  a zip per Windows target: DLL, import library, .def,
+#                         headers, CMake package files and the tools
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 MAKEFLAGS += --no-print-directory
 
-.PHONY: all setup build test demo bench fuzz check-valgrind clean
+.PHONY: all setup build test demo bench fuzz check-valgrind test-windows package-windows clean
 all: build
 
 setup:
@@ -21,8 +25,22 @@ build: setup
 test: build
 	ctest --preset default -j $(JOBS)
 
+# With the MinGW-w64 toolchain and wine64 present, the demo ends with the
+# Windows build under wine64.
 demo: build
-	@scripts/demo.sh build/default
+	@if command -v x86_64-w64-mingw32-g++-posix >/dev/null && [ -x /usr/lib/wine/wine64 ]; then \
+	  cmake --preset windows-x64 $(CMAKE_ARGS) >/dev/null && \
+	  cmake --build --preset windows-x64 -j $(JOBS) --target tvbase_cli logtune traced_app >/dev/null && \
+	  scripts/demo.sh build/default build/windows-x64; \
+	else scripts/demo.sh build/default; fi
+
+test-windows:
+	@scripts/setup.sh windows
+	@JOBS=$(JOBS) scripts/test-windows.sh $(CMAKE_ARGS)
+
+package-windows:
+	@scripts/setup.sh windows
+	@JOBS=$(JOBS) scripts/package-windows.sh $(CMAKE_ARGS)
 
 bench:
 	@scripts/setup.sh bench

@@ -6,6 +6,8 @@
 #   scripts/setup.sh bench      ... plus the peers that bench/ measures against
 #   scripts/setup.sh fuzz       ... plus clang and libFuzzer
 #   scripts/setup.sh format     ... plus clang-format
+#   scripts/setup.sh windows    ... plus the MinGW-w64 cross compilers, wine64,
+#                               GoogleTest's sources and zip
 set -euo pipefail
 
 packages=(cmake make g++ pkg-config libfmt-dev libre2-dev libgtest-dev libgmock-dev
@@ -19,7 +21,9 @@ for extra in "$@"; do
     fuzz) packages+=(clang-14 libclang-rt-14-dev llvm-14) ;;
     valgrind) packages+=(valgrind) ;;
     format) packages+=(clang-format) ;;
-    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format)" >&2; exit 2 ;;
+    windows) packages+=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 googletest
+                        zip unzip) ;;
+    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format, windows)" >&2; exit 2 ;;
   esac
 done
 

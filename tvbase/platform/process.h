@@ -8,6 +8,14 @@
 
 namespace platform {
 
+// The characters that end a folder in a path: '\\' and '/' on Windows, '/'
+// elsewhere.
+#if defined(_WIN32)
+inline constexpr const char* kPathSeparators = "\\/";
+#else
+inline constexpr const char* kPathSeparators = "/";
+#endif
+
 // The full path of the program's executable file, zero-ended (the target of
 // /proc/self/exe; on Windows GetModuleFileNameA of the program, not of the
 // library). False if it can't be had or needs `capacity`

@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@
 #include <tvbase/platform/dir_list.h>
 #include <tvbase/testing/exact_buffer.h>
 #include <tvbase/testing/processes.h>
+#include <tvbase/testing/temp_dir.h>
 
 namespace {
 
@@ -30,13 +32,14 @@ using state = dir_info::item_state;
 // so a read past the end of a view is reported under the address sanitizer.
 using testing_support::exact_buffer;
 
-// A folder under /tmp, removed with all it holds at the end of the test.
+// A folder under the temporary folder, removed with all it holds at the end
+// of the test.
 class temp_tree {
  public:
   temp_tree() {
-    char name[] = "/tmp/tvbase_walk_XXXXXX";
-    if (mkdtemp(name) == nullptr) throw std::runtime_error("mkdtemp failed");
-    root_ = name;
+    const std::string name = testing_support::make_temp_dir("tvbase_walk_");
+    if (name.empty()) throw std::runtime_error("no temporary folder");
+    root_ = fs::path(name).parent_path();
     fs::permissions(root_, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
                                fs::perms::others_read | fs::perms::others_exec);
   }
@@ -65,7 +68,14 @@ class temp_tree {
     }
   }
   const fs::path& root() const { return root_; }
-  std::wstring wide() const { return platform::path_to_wide(root_.native()); }
+  // The system's own wide form on Windows; the bytes' on POSIX.
+  std::wstring wide() const {
+    if constexpr (std::is_same_v<fs::path::value_type, wchar_t>) {
+      return root_.wstring();
+    } else {
+      return platform::path_to_wide(root_.string());
+    }
+  }
 
  private:
   fs::path root_;
