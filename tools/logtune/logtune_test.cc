@@ -34,6 +34,9 @@ class LogTuneTest : public ::testing::Test {
 };
 
 TEST_F(LogTuneTest, UsageAndFailures) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "not yet made right for Windows (POSIX paths and exit statuses in the rows)";
+#endif
   const std::string existing = dir_.path() + "TvLog.cfg";
   trace_test::write_file(existing, "keep");
   const std::string short_file = dir_.path() + "short.cfg";
@@ -151,6 +154,9 @@ TEST_F(LogTuneTest, SetReachesAProgramStartedLater) {
 // none, so they don't trace), logtune set waits and says how to recover, and
 // after logtune unlock the set goes through and reaches the next program.
 TEST_F(LogTuneTest, LockLeftByAKilledProgramIsRecoveredByUnlock) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "not yet made right for Windows (POSIX paths and exit statuses in the rows)";
+#endif
   const std::string app = dir_.path() + "app";
   const std::string logs = dir_.path() + "logs/";
   std::filesystem::copy_file(TRACE_HELPER, app);

@@ -82,6 +82,7 @@ TEST(DistinctValue, TwoThreadsNeverGetTheSameNumber) {
 // Forked children map the same block as this process: four of them take
 // numbers at once and write them to files that the parent reads back.
 TEST(DistinctValue, FourProcessesGetAMillionDistinctNumbers) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   constexpr int kProcesses = 4;
   constexpr int kEach = 250000;
   const std::string folder = testing::TempDir();
@@ -122,6 +123,7 @@ TEST(DistinctValue, FourProcessesGetAMillionDistinctNumbers) {
 // count beside them. Every number any of them recorded is distinct, and the
 // count goes on past all of them.
 TEST(DistinctValue, ProcessesKilledWhileTakingNumbersLoseNothingForTheOthers) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   constexpr int kProcesses = 4;
   constexpr int kKilled = 2;
   constexpr int kBatch = 1024;

@@ -33,6 +33,8 @@ struct mapping {
 };
 
 TEST(SharedData, LibraryMapsTheTestBlock) {
+  if (!testing_support::can_fork)
+    GTEST_SKIP() << "the POSIX shared-memory object under /dev/shm; Windows maps a named section";
   TvSharedData* data = TvGetSharedData();
   ASSERT_NE(data, nullptr);
   const std::string name = frame::shared_block_name();
@@ -59,6 +61,8 @@ TEST(SharedData, FallsBackToAPrivateBlockOutsideLoad) {
 }
 
 TEST(SharedMemory, IsCreatedZeroFilledForEveryUser) {
+  if (!testing_support::can_fork)
+    GTEST_SKIP() << "the POSIX shared-memory object under /dev/shm; Windows maps a named section";
   const std::string name = scratch_name("mode");
   const unsigned old_mask = testing_support::set_umask(077);
   mapping block(name);
@@ -69,6 +73,8 @@ TEST(SharedMemory, IsCreatedZeroFilledForEveryUser) {
 }
 
 TEST(SharedMemory, LastHolderRemovesTheObject) {
+  if (!testing_support::can_fork)
+    GTEST_SKIP() << "the POSIX shared-memory object under /dev/shm; Windows maps a named section";
   const std::string name = scratch_name("last");
   {
     mapping first(name);
@@ -88,6 +94,7 @@ TEST(SharedMemory, LastHolderRemovesTheObject) {
 }
 
 TEST(SharedMemory, AnotherProcessSeesTheSameContent) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   const std::string name = scratch_name("peer");
   mapping mine(name);
   ASSERT_NE(mine.bytes(), nullptr);
@@ -104,6 +111,7 @@ TEST(SharedMemory, AnotherProcessSeesTheSameContent) {
 }
 
 TEST(SharedMemory, ContentLeftByACrashedProcessIsGone) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   const std::string name = scratch_name("crash");
   const int status = in_child([&] {
     platform::shared_memory block = platform::map_shared_memory(name.c_str(), 4096);
@@ -119,6 +127,7 @@ TEST(SharedMemory, ContentLeftByACrashedProcessIsGone) {
 }
 
 TEST(SharedMemory, ForkedChildDoesNotCountItsParentOut) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   const std::string name = scratch_name("fork");
   mapping mine(name);
   ASSERT_NE(mine.bytes(), nullptr);
@@ -137,6 +146,8 @@ TEST(SharedMemory, ForkedChildDoesNotCountItsParentOut) {
 }
 
 TEST(SharedMemory, RefusesWhatCannotBeMapped) {
+  if (!testing_support::can_fork)
+    GTEST_SKIP() << "the POSIX shared-memory object under /dev/shm; Windows maps a named section";
   const std::string name = scratch_name("size");
   mapping small(name, 4096);
   ASSERT_NE(small.bytes(), nullptr);
@@ -184,6 +195,7 @@ TEST(SharedLock, BlockingAcquireRetriesUntilReleased) {
 }
 
 TEST(SharedLock, HeldWordIsSeenByAnotherProcess) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   TvSharedData& data = *TvGetSharedData();
   ASSERT_TRUE(frame::try_acquire_lock(data));
   EXPECT_EQ(in_child([] { return frame::try_acquire_lock(*TvGetSharedData()) ? 0 : 7; }), 7);
@@ -198,6 +210,7 @@ TEST(SharedLock, HeldWordIsSeenByAnotherProcess) {
 }
 
 TEST(SharedCounter, CountsAcrossProcesses) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   TvSharedData& data = *TvGetSharedData();
   constexpr int kEach = 20000;
   const auto count = [] {

@@ -5,6 +5,9 @@
 // text is UTF-16: each wchar_t element holds one UTF-16 code unit, also where
 // wchar_t is wider than 16 bits.
 //
+// On Windows these are MultiByteToWideChar and WideCharToMultiByte, for every
+// code page the system has, and 0 is the ANSI code page. Elsewhere:
+//
 // Code page numbers follow the Windows numbering. Here 0 (the system's default
 // narrow code page) and 65001 are UTF-8, 28591 is ISO-8859-1, 20127 is
 // US-ASCII, and 1250-1258, 437, 850, 866, 874, 932, 936, 949, 950,
@@ -16,6 +19,10 @@
 #include <string_view>
 
 namespace platform {
+
+// The number of the system's default narrow code page: 65001 (UTF-8) on
+// POSIX, the ANSI code page (GetACP) on Windows.
+unsigned int default_code_page() noexcept;
 
 // True if wide_to_code_page() serves the code page.
 bool code_page_known(unsigned int code_page);

@@ -20,6 +20,8 @@ std::size_t piece_length(std::wstring_view text) {
 
 }  // namespace
 
+unsigned int default_code_page() noexcept { return ::GetACP(); }
+
 bool code_page_known(unsigned int code_page) {
   return code_page == CP_ACP || ::IsValidCodePage(code_page) != 0;
 }

@@ -48,6 +48,10 @@ std::string size_of(TvGdi::HICON icon) {
 }
 
 TEST(TvGdi, LoadsEachSizeFromAnIconFile) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "rows describe the library's own decoder; LoadImageA scales, and Wine refuses "
+                  "the synthetic modules";
+#endif
   temp_dir dir;
   const std::string two = dir.write(
       "two.ico", make_ico({{16, 16, 32, make_dib(16, 16, 32)}, {32, 32, 8, make_dib(32, 32, 8)}}));
@@ -90,6 +94,10 @@ TEST(TvGdi, LoadsEachSizeFromAnIconFile) {
 }
 
 TEST(TvGdi, ParsesTheSourceOfAModuleIcon) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "rows describe the library's own decoder; LoadImageA scales, and Wine refuses "
+                  "the synthetic modules";
+#endif
   // Each icon group holds one image, whose width tells which group was loaded.
   std::vector<resource> resources;
   const auto group = [&](std::uint16_t id, const std::string& name, int size) {

@@ -32,10 +32,14 @@ namespace testing_support {
 
 // Whether forked_child, in_child and as_other_user work: not on Windows,
 // which has no fork(). Tests that need them skip there, saying why.
+// Whether limit_file_size can stand in for a full disk: not on Windows,
+// which limits no process's file sizes.
 #if defined(_WIN32)
 inline constexpr bool can_fork = false;
+inline constexpr bool can_limit_file_size = false;
 #else
 inline constexpr bool can_fork = true;
+inline constexpr bool can_limit_file_size = true;
 #endif
 
 // Ends this process at once as the kill signal would (SIGKILL; on Windows

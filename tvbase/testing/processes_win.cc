@@ -80,12 +80,24 @@ bool start(const std::vector<std::string>& words,
                           &startup, &process) != 0;
 }
 
+// Programs write their standard streams in text mode here, with CR LF line
+// ends; the tests read them as on POSIX.
+void to_lf(std::string& text) {
+  std::size_t to = 0;
+  for (std::size_t from = 0; from < text.size(); ++from) {
+    if (text[from] == '\r' && from + 1 < text.size() && text[from + 1] == '\n') continue;
+    text[to++] = text[from];
+  }
+  text.resize(to);
+}
+
 void drain(long& pipe, std::string& text) {
   if (pipe == -1) return;
   char buffer[4096];
   DWORD n = 0;
   while (::ReadFile(as_handle(pipe), buffer, sizeof buffer, &n, nullptr) && n > 0)
     text.append(buffer, n);
+  to_lf(text);
   ::CloseHandle(as_handle(pipe));
   pipe = -1;
 }
@@ -187,6 +199,7 @@ bool program::wait_for(int fd, std::string& read, const std::string& text, int s
     DWORD n = 0;
     if (!::ReadFile(as_handle(fd), buffer, sizeof buffer, &n, nullptr) || n == 0) return false;
     read.append(buffer, n);
+    to_lf(read);
   }
   return true;
 }
@@ -235,7 +248,9 @@ guarded_page::guarded_page() {
 
 guarded_page::~guarded_page() { ::VirtualFree(base_, 0, MEM_RELEASE); }
 
-unsigned set_umask(unsigned mask) { return static_cast<unsigned>(::_umask(static_cast<int>(mask))); }
+unsigned set_umask(unsigned mask) {
+  return static_cast<unsigned>(::_umask(static_cast<int>(mask)));
+}
 
 int file_mode(const std::string& path) {
   struct _stat info {};

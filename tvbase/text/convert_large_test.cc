@@ -40,6 +40,9 @@ constexpr std::size_t kNarrowMemory = 12;
 constexpr std::size_t kWideMemory = 4;
 
 TEST(UrlEncodeLarge, TenMegabyteNarrowTexts) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "rows read narrow text as UTF-8; on Windows it is the ANSI code page";
+#endif
   struct row {
     const char* name;
     std::string_view piece;  // repeated to 10 MB
@@ -70,6 +73,10 @@ TEST(UrlEncodeLarge, TenMegabyteNarrowTexts) {
 // took 1.4 s, and a million would ask for terabytes. And iconv read each
 // time thousands of characters ahead again: a million took 16 s.
 TEST(UrlEncodeLarge, TenMegabyteWideTexts) {
+#if defined(_WIN32)
+  GTEST_SKIP()
+      << "rows hold the POSIX substitutes and memory bounds; not yet made right for Windows";
+#endif
   struct row {
     const char* name;
     std::wstring_view piece;

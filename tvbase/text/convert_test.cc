@@ -18,6 +18,9 @@ struct narrow_row {
 };
 
 TEST(UrlEncode, EncodesNarrowText) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "rows read narrow text as UTF-8; on Windows it is the ANSI code page";
+#endif
   const narrow_row rows[] = {
       {"", 0, ""},
       {"", 1252, ""},
@@ -54,6 +57,9 @@ struct wide_row {
 };
 
 TEST(UrlEncode, ConvertsWideTextToTheCodePageFirst) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "rows hold the POSIX substitutes; WideCharToMultiByte substitutes its own";
+#endif
   const wide_row rows[] = {
       {L"", 0, ""},
       {L"", 99999, ""},

@@ -329,6 +329,9 @@ TEST_F(TraceTest, ActivationContext) {
 }
 
 TEST_F(TraceTest, DebugEcho) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "the echo goes to the debugger through OutputDebugStringA, not to stderr";
+#endif
   const std::string echo_path = dir_.path() + "stderr";
   sink_.debugEcho = true;
   const std::string echoed =
@@ -386,7 +389,8 @@ TEST_F(TraceTest, ThreadsWriteWholeLines) {
   const std::vector<std::string> lines = trace_test::split_lines(text(), "\r\n");
   ASSERT_EQ(lines.size(), 4u * kLines);
   for (const std::string& line : lines) {
-    const std::string_view rest = std::string_view(line).substr(std::min(line.size(), kHeadShape.size()));
+    const std::string_view rest =
+        std::string_view(line).substr(std::min(line.size(), kHeadShape.size()));
     const bool worker_line = rest.starts_with(" Worker( int(") && rest.ends_with(") )") &&
                              rest.find_first_not_of("0123456789", 13) == rest.size() - 3 &&
                              rest.size() > 16;
@@ -486,6 +490,8 @@ class SinkTest : public ::testing::Test {
 };
 
 TEST_F(SinkTest, DeleteOnClose) {
+  if (!testing_support::can_fork)
+    GTEST_SKIP() << "checks what a fork()ed child does, and Windows has no fork()";
   for (const bool delete_on_close : {false, true}) {
     SCOPED_TRACE(delete_on_close);
     configure(delete_on_close);
@@ -513,7 +519,7 @@ TEST_F(SinkTest, NeverWritesThroughASymbolicLink) {
   trace_test::write_file(target, "precious");
   std::error_code error;
   std::filesystem::create_symlink(target, log_path(), error);
-  ASSERT_FALSE(error) << error.message();
+  if (error) GTEST_SKIP() << "no symbolic link can be made here: " << error.message();
   TvLogSink sink;
   sink.Build(trace::DecideActivation(shared_, env()));
   EXPECT_EQ(sink.file, -1);
