@@ -204,6 +204,14 @@ TEST(DistinctValue, ALaterProcessContinuesTheCount) {
   EXPECT_EQ(distinct_value::get(), before + 2);
 }
 
+// How the abort signal ends a process: by the signal on POSIX; on Windows the
+// run-time's default for it exits with 3.
+#if defined(_WIN32)
+const auto kEndedByAbort = testing::ExitedWithCode(3);
+#else
+const auto kEndedByAbort = testing::KilledBySignal(SIGABRT);
+#endif
+
 TEST(DistinctValueDeathTest, WrapEndsTheProcessWithTheAbortSignal) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
@@ -214,12 +222,7 @@ TEST(DistinctValueDeathTest, WrapEndsTheProcessWithTheAbortSignal) {
         distinct_value::get();
         std::exit(6);
       },
-#if defined(_WIN32)
-      // The run-time's abort: the signal's default ends the process with 3.
-      testing::ExitedWithCode(3), "");
-#else
-      testing::KilledBySignal(SIGABRT), "");
-#endif
+      kEndedByAbort, "");
 }
 
 // Where the host ignores the abort signal, the wrap still ends the process,
