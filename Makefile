@@ -1,6 +1,7 @@
 # Entry points for a fresh Debian 12 machine; each one installs what it needs.
 #   make test    set up, build, run every test
 #   make demo    set up, build, run the tools on the bundled examples
+#   make demo-pictures   the flame graphs of examples/traced_app as PNG (chromium)
 #   make bench   set up (with the peers), build in Release, run the benchmarks
 #   make fuzz    set up clang, build the fuzz targets, run each FUZZ_SECONDS
 #   make check-valgrind   test programs under valgrind memcheck
@@ -12,7 +13,8 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 MAKEFLAGS += --no-print-directory
 
-.PHONY: all setup build test demo bench fuzz check-valgrind test-windows package-windows clean
+.PHONY: all setup build test demo demo-pictures bench fuzz check-valgrind test-windows \
+  package-windows clean
 all: build
 
 setup:
@@ -41,6 +43,10 @@ test-windows:
 package-windows:
 	@scripts/setup.sh windows
 	@JOBS=$(JOBS) scripts/package-windows.sh $(CMAKE_ARGS)
+
+demo-pictures: build
+	@scripts/setup.sh pictures
+	@scripts/demo-pictures.sh build/default
 
 bench:
 	@scripts/setup.sh bench

@@ -84,9 +84,25 @@ for log in "$logs"/*.log; do
   tr -d '\r' < "$log"
 done
 rm -f "$cfg"
-rm -rf "$logs"
 printf '\nWithout TvLog.cfg (and with the shared record not set) the same program writes no log:\n'
 show traced_app
+
+section "Reading a trace"
+views="$build/demo"
+mkdir -p "$views"
+for log in "$logs"/*.log; do
+  [[ -e "$log" ]] || continue
+  show tvbase trace summary "$log"
+  show tvbase trace timeline "$log" -o "$views/traced_app.timeline.json"
+  show tvbase trace flame "$log" -o "$views/traced_app.flame.svg"
+  show tvbase trace flame --widths calls "$log" -o "$views/traced_app.flame-calls.svg"
+  printf '\nThe timeline opens in a trace viewer (ui.perfetto.dev, or about:tracing in a\n'
+  printf 'Chromium browser); the flame graphs in any browser, numbers on hovering:\n'
+  printf '  %s\n' "$PWD/$views/traced_app.timeline.json" "$PWD/$views/traced_app.flame.svg" \
+    "$PWD/$views/traced_app.flame-calls.svg"
+  printf "'make demo-pictures' renders the flame graphs to PNG.\n"
+done
+rm -rf "$logs"
 
 section "Multipart form builder"
 body=$(mktemp)

@@ -6,12 +6,13 @@
 #   scripts/setup.sh bench      ... plus the peers that bench/ measures against
 #   scripts/setup.sh fuzz       ... plus clang and libFuzzer
 #   scripts/setup.sh format     ... plus clang-format
+#   scripts/setup.sh pictures   ... plus chromium, which renders the demo's pictures
 #   scripts/setup.sh windows    ... plus the MinGW-w64 cross compilers, wine64,
 #                               GoogleTest's sources and zip
 set -euo pipefail
 
 packages=(cmake make g++ pkg-config libfmt-dev libre2-dev libgtest-dev libgmock-dev
-          googletest libbenchmark-dev)
+          googletest libbenchmark-dev libxml2-utils)
 for extra in "$@"; do
   case "$extra" in
     bench) packages+=(libcurl4-openssl-dev libglib2.0-dev libspdlog-dev nlohmann-json3-dev
@@ -21,9 +22,11 @@ for extra in "$@"; do
     fuzz) packages+=(clang-14 libclang-rt-14-dev llvm-14) ;;
     valgrind) packages+=(valgrind) ;;
     format) packages+=(clang-format) ;;
+    pictures) packages+=(chromium) ;;
     windows) packages+=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 googletest
                         zip unzip) ;;
-    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format, windows)" >&2; exit 2 ;;
+    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format, pictures," \
+            "windows)" >&2; exit 2 ;;
   esac
 done
 

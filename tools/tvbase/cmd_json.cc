@@ -7,6 +7,7 @@
 #include <tvbase/json/object.h>
 
 #include "commands.h"
+#include "utf8_sequence.h"
 
 namespace {
 
@@ -22,38 +23,9 @@ std::optional<std::wstring> utf8_to_units(const std::string& bytes, std::size_t&
   const std::size_t n = bytes.size();
   std::size_t i = 0;
   while (i < n) {
-    const unsigned char lead = b[i];
-    if (lead < 0x80) {
-      units.push_back(static_cast<wchar_t>(lead));
-      ++i;
-      continue;
-    }
-    int follow;
-    std::uint32_t cp;
-    std::uint32_t least;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-      follow = 1, cp = lead & 0x1Fu, least = 0x80;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-      follow = 2, cp = lead & 0x0Fu, least = 0x800;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-      follow = 3, cp = lead & 0x07u, least = 0x10000;
-    } else {
-      bad_at = i;
-      return std::nullopt;
-    }
-    if (n - i <= static_cast<std::size_t>(follow)) {
-      bad_at = i;
-      return std::nullopt;
-    }
-    for (int k = 1; k <= follow; ++k) {
-      const unsigned char next = b[i + static_cast<std::size_t>(k)];
-      if ((next & 0xC0) != 0x80) {
-        bad_at = i;
-        return std::nullopt;
-      }
-      cp = (cp << 6) | (next & 0x3Fu);
-    }
-    if (cp < least || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+    std::uint32_t cp = 0;
+    const std::size_t length = cli::utf8_sequence(b + i, n - i, cp);
+    if (length == 0) {
       bad_at = i;
       return std::nullopt;
     }
@@ -64,7 +36,7 @@ std::optional<std::wstring> utf8_to_units(const std::string& bytes, std::size_t&
     } else {
       units.push_back(static_cast<wchar_t>(cp));
     }
-    i += static_cast<std::size_t>(follow) + 1;
+    i += length;
   }
   return units;
 }

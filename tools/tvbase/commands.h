@@ -23,5 +23,6 @@ extern const command walk_command;
 extern const command icon_command;
 extern const command form_command;
 extern const command json_command;
+extern const command trace_command;
 
 #endif  // TVBASE_TOOLS_TVBASE_COMMANDS_H

@@ -12,7 +12,7 @@ namespace {
 
 const command* const kCommands[] = {
     &urlencode_command, &utf8check_command, &css_command,  &version_command, &walk_command,
-    &icon_command,      &html_command,      &form_command, &json_command,
+    &icon_command,      &html_command,      &form_command, &json_command,    &trace_command,
 };
 
 void print_overview(std::FILE* to) {

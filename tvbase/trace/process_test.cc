@@ -162,15 +162,30 @@ TEST_F(ProcessTest, ProcessesKilledWhileTracingLeaveWholeLinesAndTheOthersRunOn)
     spinning.push_back(std::make_unique<trace_test::child>(std::vector<std::string>{app_, "spin"}));
   }
   // Each is killed once its log holds a good many lines, however slowly it
-  // started (sanitizers make a start slow).
+  // started (sanitizers make a start slow). Their sizes are watched side by
+  // side, so that none writes on unwatched while another one is waited for
+  // (a slow watcher, as under valgrind, would otherwise let logs grow to
+  // gigabytes).
+  std::vector<std::string> spinner_logs;
   for (auto& spinner : spinning) {
     ASSERT_TRUE(spinner->wait_for_stdout("\n"));
-    const std::string log = spinner->out().substr(0, spinner->out().size() - 1);
-    for (int waited = 0; trace_test::read_file(log).size() < 16384 && waited < 30000; waited += 5) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    spinner->signal(SIGKILL);
+    spinner_logs.push_back(spinner->out().substr(0, spinner->out().size() - 1));
   }
+  std::vector<bool> stopped(spinning.size(), false);
+  for (int waited = 0; waited < 30000; waited += 5) {
+    bool all = true;
+    for (std::size_t i = 0; i < spinning.size(); ++i) {
+      std::error_code error;
+      if (!stopped[i] && std::filesystem::file_size(spinner_logs[i], error) >= 16384) {
+        spinning[i]->signal(SIGKILL);
+        stopped[i] = true;
+      }
+      all = all && stopped[i];
+    }
+    if (all) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  for (auto& spinner : spinning) spinner->signal(SIGKILL);
 
   ASSERT_EQ(survivor.finish(), 0);
   std::string survivor_log = survivor.out();
