@@ -286,7 +286,7 @@ TEST_F(TraceTest, DeepCallsDropTheHead) {
     ASSERT_EQ(lines.size(), 2u);
     if (row.head_kept) {
       EXPECT_EQ(lines[1].substr(kHead, 1 + 4 * row.depth + 4),
-                " " + std::string(4 * row.depth, ' ') + "Deep");
+                std::string(1 + 4 * row.depth, ' ') + "Deep");
     } else {
       EXPECT_EQ(lines[1], ": tail");
     }
