@@ -145,6 +145,7 @@ windows=${2:-}
 if [[ -n "$windows" && -x /usr/lib/wine/wine64 && -f "$windows/tools/tvbase/tvbase.exe" ]]; then
   export WINEPREFIX="$PWD/$windows/wine" WINEDEBUG=-all
   /usr/lib/wine/wineserver -p >/dev/null 2>&1 </dev/null &
+  /usr/lib/wine/wine64 wineboot >/dev/null 2>&1 </dev/null  # see scripts/wine.sh
   wine() { /usr/lib/wine/wine64 "$@"; }
   win_tvbase() { wine "$windows/tools/tvbase/tvbase.exe" "$@"; }
   win_logtune() { wine "$windows/tools/logtune/logtune.exe" "$@"; }
