@@ -27,14 +27,15 @@ unsigned int default_code_page() noexcept;
 // True if wide_to_code_page() serves the code page.
 bool code_page_known(unsigned int code_page);
 
-// Decodes UTF-8, the system's default narrow code page here, into UTF-16
-// units. A byte that starts no valid sequence becomes U+FFFD, as the Windows
-// conversion does by default.
+// Decodes the system's default narrow code page into UTF-16 units: UTF-8
+// here, where a byte that starts no valid sequence becomes U+FFFD, as the
+// Windows conversion does by default; the ANSI code page on Windows.
 std::wstring default_to_wide(std::string_view text);
 
 // Encodes UTF-16 units as bytes of `code_page`, appending to `out`. A
 // character that the code page lacks, an unpaired surrogate and an element
-// above 0xFFFF each become `substitute`. Returns false, leaving `out` as it
+// above 0xFFFF each become `substitute` (on Windows, what the system
+// substitutes: see <tvbase/text/convert.h>). Returns false, leaving `out` as it
 // was, for an unknown code page.
 bool wide_to_code_page(std::wstring_view text, unsigned int code_page, std::string_view substitute,
                        std::string& out);
