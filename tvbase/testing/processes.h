@@ -162,6 +162,15 @@ bool limit_file_size(unsigned long long bytes);
 // The largest resident size that this process has had so far, in bytes.
 long long peak_resident_bytes();
 
+// The path by which programs of the machine's own system name the file at
+// `path`: under Wine, the Linux path of a Windows one (wine_get_unix_file_name);
+// elsewhere `path` itself. Empty if there is none.
+std::string host_path(const std::string& path);
+
+// How many files, folders and listings this process holds open: its file
+// descriptors on POSIX, its handles on Windows. -1 if the system won't say.
+long open_handle_count();
+
 // The cheapest system call there is here, for the scale of benchmarks.
 long cheapest_system_call();
 

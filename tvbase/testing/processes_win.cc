@@ -10,12 +10,15 @@
 #include <io.h>
 #include <psapi.h>
 #include <sys/stat.h>
+#include <winternl.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <vector>
 
 namespace testing_support {
 namespace {
@@ -66,12 +69,12 @@ std::string environment_block(const std::vector<std::pair<std::string, std::stri
 }
 
 bool start(const std::vector<std::string>& words,
-           const std::vector<std::pair<std::string, std::string>>& environment, HANDLE out,
-           HANDLE err, PROCESS_INFORMATION& process) {
+           const std::vector<std::pair<std::string, std::string>>& environment, HANDLE in,
+           HANDLE out, HANDLE err, PROCESS_INFORMATION& process) {
   STARTUPINFOA startup{};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = ::GetStdHandle(STD_INPUT_HANDLE);
+  startup.hStdInput = in;
   startup.hStdOutput = out;
   startup.hStdError = err;
   std::string line = command_line(words);
@@ -134,7 +137,8 @@ program::program(std::vector<std::string> words,
   ::SetHandleInformation(out_read, HANDLE_FLAG_INHERIT, 0);
   ::SetHandleInformation(err_read, HANDLE_FLAG_INHERIT, 0);
   PROCESS_INFORMATION process{};
-  const bool started = start(words, environment, out_write, err_write, process);
+  const bool started =
+      start(words, environment, ::GetStdHandle(STD_INPUT_HANDLE), out_write, err_write, process);
   ::CloseHandle(out_write);
   ::CloseHandle(err_write);
   out_ = static_cast<int>(reinterpret_cast<std::intptr_t>(out_read));
@@ -207,8 +211,8 @@ bool program::wait_for(int fd, std::string& read, const std::string& text, int s
 bool run_quietly(const std::vector<std::string>& words) {
   if (words.empty()) return false;
   PROCESS_INFORMATION process{};
-  if (!start(words, {}, ::GetStdHandle(STD_OUTPUT_HANDLE), ::GetStdHandle(STD_ERROR_HANDLE),
-             process)) {
+  if (!start(words, {}, ::GetStdHandle(STD_INPUT_HANDLE), ::GetStdHandle(STD_OUTPUT_HANDLE),
+             ::GetStdHandle(STD_ERROR_HANDLE), process)) {
     return false;
   }
   ::CloseHandle(process.hThread);
@@ -247,6 +251,46 @@ guarded_page::guarded_page() {
 }
 
 guarded_page::~guarded_page() { ::VirtualFree(base_, 0, MEM_RELEASE); }
+
+// Wine names a Windows path's file on Linux through an export of its
+// kernel32 that Windows lacks.
+std::string host_path(const std::string& path) {
+  using unix_name = char*(__stdcall*)(const wchar_t*);
+  const HMODULE kernel = ::GetModuleHandleA("kernel32.dll");
+  const auto to_unix = reinterpret_cast<unix_name>(
+      reinterpret_cast<void*>(::GetProcAddress(kernel, "wine_get_unix_file_name")));
+  if (to_unix == nullptr) return {};
+  const int units = ::MultiByteToWideChar(CP_ACP, 0, path.c_str(), -1, nullptr, 0);
+  if (units <= 0) return {};
+  std::wstring wide(static_cast<std::size_t>(units), L'\0');
+  ::MultiByteToWideChar(CP_ACP, 0, path.c_str(), -1, wide.data(), units);
+  char* name = to_unix(wide.c_str());
+  if (name == nullptr) return {};
+  std::string out = name;
+  ::HeapFree(::GetProcessHeap(), 0, name);
+  return out;
+}
+
+// The system's table of every process's handles, counted for this one.
+// (GetProcessHandleCount would do on Windows, but Wine's always says 0.)
+long open_handle_count() {
+  constexpr NTSTATUS kTooSmall = static_cast<NTSTATUS>(0xC0000004);
+  std::vector<unsigned char> table(1 << 16);
+  NTSTATUS status;
+  ULONG needed = 0;
+  while ((status = ::NtQuerySystemInformation(SystemHandleInformation, table.data(),
+                                              static_cast<ULONG>(table.size()), &needed)) ==
+         kTooSmall) {
+    if (table.size() > (1u << 28)) return -1;
+    table.resize(std::max<std::size_t>(2 * table.size(), needed));
+  }
+  if (status < 0) return -1;
+  const auto* info = reinterpret_cast<const SYSTEM_HANDLE_INFORMATION*>(table.data());
+  const ULONG self = ::GetCurrentProcessId();
+  long count = 0;
+  for (ULONG i = 0; i < info->Count; ++i) count += info->Handle[i].OwnerPid == self;
+  return count;
+}
 
 unsigned set_umask(unsigned mask) {
   return static_cast<unsigned>(::_umask(static_cast<int>(mask)));
