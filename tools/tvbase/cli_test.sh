@@ -3,15 +3,18 @@
 # (a fixed string that standard output must contain, "" for no output at
 # all, or -), the command line.
 # Argument: the tool. Rows come from the files named after it.
+# TVBASE_TOOL_RUNNER, when set, is the program that runs the tool (wine64
+# for a Windows build).
 set -u
 tool=$1
 shift
+runner=${TVBASE_TOOL_RUNNER:-}
 failures=0
 check() {
   local status=$1 want=$2
   shift 2
   local out got
-  out=$("$tool" "$@" 2>/dev/null < /dev/null)
+  out=$(${runner:+"$runner"} "$tool" "$@" 2>/dev/null < /dev/null)
   got=$?
   if [[ $got -ne $status ]]; then
     echo "FAIL: tvbase $* exited $got, expected $status"
