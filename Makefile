@@ -9,12 +9,14 @@
 #                         run the 64-bit suite under wine64
 #   make package-windows  a zip per Windows target: DLL, import library, .def,
 #                         headers, CMake package files and the tools
+#   make bench-windows    bench/portable for Linux and for Windows under wine64,
+#                         side by side
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 MAKEFLAGS += --no-print-directory
 
 .PHONY: all setup build test demo demo-pictures bench fuzz check-valgrind test-windows \
-  package-windows clean
+  package-windows bench-windows clean
 all: build
 
 setup:
@@ -43,6 +45,10 @@ test-windows:
 package-windows:
 	@scripts/setup.sh windows
 	@JOBS=$(JOBS) scripts/package-windows.sh $(CMAKE_ARGS)
+
+bench-windows:
+	@scripts/setup.sh windows
+	@JOBS=$(JOBS) scripts/bench-windows.sh $(CMAKE_ARGS)
 
 demo-pictures: build
 	@scripts/setup.sh pictures
