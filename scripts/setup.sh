@@ -24,7 +24,7 @@ for extra in "$@"; do
     format) packages+=(clang-format) ;;
     pictures) packages+=(chromium) ;;
     windows) packages+=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 googletest
-                        zip unzip) ;;
+                        zip unzip python3) ;;
     *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format, pictures," \
             "windows)" >&2; exit 2 ;;
   esac
