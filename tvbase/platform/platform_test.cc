@@ -1,12 +1,16 @@
+#include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <tvbase/platform/error_text.h>
 #include <tvbase/platform/ole_time.h>
 #include <tvbase/platform/readable_memory.h>
 #include <tvbase/testing/processes.h>
@@ -146,3 +150,24 @@ TEST(OleTime, ConvertsAutomationDates) {
 }
 
 }  // namespace
+
+// The system's words come without a line end, and a code it doesn't know
+// still gives a text to show.
+TEST(ErrorText, GivesTheSystemsWordsOnOneLine) {
+#if defined(_WIN32)
+  const std::uint32_t missing = 2;  // ERROR_FILE_NOT_FOUND
+  // Windows' words, and Wine's.
+  const std::vector<std::string> words = {"The system cannot find the file specified.",
+                                          "File not found."};
+#else
+  const std::uint32_t missing = ENOENT;
+  const std::vector<std::string> words = {"No such file or directory"};
+#endif
+  EXPECT_THAT(words, testing::Contains(platform::error_text(missing)));
+  for (const std::uint32_t code : {0u, 5u, 0x7FFFFFFu, 0xFFFFFFFFu}) {
+    SCOPED_TRACE(code);
+    const std::string text = platform::error_text(code);
+    EXPECT_FALSE(text.empty());
+    EXPECT_EQ(text.find_first_of("\r\n"), std::string::npos) << text;
+  }
+}

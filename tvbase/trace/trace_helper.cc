@@ -67,6 +67,7 @@ int main(int argc, char** argv) {
   if (mode == "hold-lock" && argc == 2) {
     frame::acquire_lock(*TvGetSharedData());
     std::fputs("held\n", stderr);
+    std::fflush(stderr);  // a pipe may be buffered (Windows)
     for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
   }
   if (mode == "set" && argc == 5) {
