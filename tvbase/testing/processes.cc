@@ -235,6 +235,10 @@ long long peak_resident_bytes() {
 
 std::string host_path(const std::string& path) { return path; }
 
+std::string capture_debug_output(const std::string& path, const std::function<void()>& body) {
+  return capture_stderr(path, body);
+}
+
 long open_handle_count() {
   DIR* fds = ::opendir("/proc/self/fd");
   if (fds == nullptr) return -1;

@@ -129,6 +129,12 @@ bool run_quietly(const std::vector<std::string>& words);
 // gives what the file then holds.
 std::string capture_stderr(const std::string& path, const std::function<void()>& body);
 
+// Runs `body` and gives what it sent to the debug output: what a debugger
+// would see of OutputDebugStringA on Windows (the call's own exception, seen
+// by a handler of this process), standard error through the file `path`
+// elsewhere.
+std::string capture_debug_output(const std::string& path, const std::function<void()>& body);
+
 // One readable and writable page followed by one that can't be read, for as
 // long as the object lives.
 class guarded_page {

@@ -239,6 +239,36 @@ std::string capture_stderr(const std::string& path, const std::function<void()>&
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+namespace {
+
+std::string* g_debug_output = nullptr;
+
+// OutputDebugStringA raises DBG_PRINTEXCEPTION_C with the text's size and
+// address, which a debugger would take; unhandled, the call goes on as if
+// none listened.
+LONG CALLBACK take_debug_output(EXCEPTION_POINTERS* exception) {
+  const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
+  if (record.ExceptionCode == DBG_PRINTEXCEPTION_C && record.NumberParameters >= 2 &&
+      g_debug_output != nullptr) {
+    const auto size = static_cast<std::size_t>(record.ExceptionInformation[0]);
+    const auto* text = reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+    if (size > 0) g_debug_output->append(text, size - 1);  // without the zero
+  }
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
+}  // namespace
+
+std::string capture_debug_output(const std::string&, const std::function<void()>& body) {
+  std::string output;
+  g_debug_output = &output;
+  void* handler = ::AddVectoredExceptionHandler(1, take_debug_output);
+  body();
+  ::RemoveVectoredExceptionHandler(handler);
+  g_debug_output = nullptr;
+  return output;
+}
+
 guarded_page::guarded_page() {
   SYSTEM_INFO info{};
   ::GetSystemInfo(&info);

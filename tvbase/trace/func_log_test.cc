@@ -329,13 +329,10 @@ TEST_F(TraceTest, ActivationContext) {
 }
 
 TEST_F(TraceTest, DebugEcho) {
-#if defined(_WIN32)
-  GTEST_SKIP() << "the echo goes to the debugger through OutputDebugStringA, not to stderr";
-#endif
   const std::string echo_path = dir_.path() + "stderr";
   sink_.debugEcho = true;
   const std::string echoed =
-      testing_support::capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); });
+      testing_support::capture_debug_output(echo_path, [] { TvFuncLog("E").WriteLine("hi"); });
   const std::vector<std::string> echo_lines = trace_test::split_lines(echoed, "\n");
   const std::vector<std::string> file_lines = trace_test::split_lines(text(), "\r\n");
   ASSERT_EQ(echo_lines.size(), 3u);
@@ -345,7 +342,8 @@ TEST_F(TraceTest, DebugEcho) {
   TvLogSink no_file = sink_;
   no_file.file = -1;
   trace::UseSink(&no_file);
-  EXPECT_EQ(testing_support::capture_stderr(echo_path, [] { TvFuncLog("E").WriteLine("hi"); }), "");
+  EXPECT_EQ(
+      testing_support::capture_debug_output(echo_path, [] { TvFuncLog("E").WriteLine("hi"); }), "");
   trace::UseSink(&sink_);
 }
 
