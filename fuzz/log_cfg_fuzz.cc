@@ -3,7 +3,8 @@
 // the target's own. Any bytes give a decision; it, the log file name and the
 // options agree with a naive reading of the rules, and the shared block
 // keeps its lock word and loses its set flag only when its record is
-// damaged.
+// damaged. The same input in a process that runs with secure execution
+// (set-user-ID) gives "no" and leaves the shared block as it was.
 //
 // Byte 0: bit 0 builds a record from the rest (else the rest is the file as
 // it is, of any length); bit 1 leaves its CRC wrong (built) or makes it right
@@ -198,7 +199,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   shared.lock = locked ? 1 : 0;
 
   const std::string path = folder() + program;
-  const trace::ActivationEnv env{path.c_str(), user_name, 4242, fixed_time};
+  trace::ActivationEnv env{path.c_str(), user_name, 4242, fixed_time, true};
+  const TvSharedData before = shared;
+  if (trace::DecideActivation(shared, env).on ||
+      std::memcmp(&before, &shared, sizeof shared) != 0) {
+    std::abort();
+  }
+  env.secureExecution = false;
   const trace::ActivationDecision decision = trace::DecideActivation(shared, env);
   const bool decided = decision.on;
 

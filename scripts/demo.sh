@@ -87,6 +87,30 @@ rm -f "$cfg"
 printf '\nWithout TvLog.cfg (and with the shared record not set) the same program writes no log:\n'
 show traced_app
 
+printf '\nThe record shared by your processes lives while one of them holds it; with no\n'
+printf 'program running, logtune is the only one, and the record goes with it:\n'
+shared_logs=$(mktemp -d)
+shared_fields=(--folder "$shared_logs/" --programs traced_app --users "*" --filter0)
+show logtune set "${shared_fields[@]}"
+show logtune show
+printf '\n$ logtune set --folder %s/ --programs traced_app --users "*" --filter0 --hold &\n' \
+  "$shared_logs"
+logtune set "${shared_fields[@]}" --hold &
+holder=$!
+for _ in $(seq 50); do
+  logtune show 2>/dev/null | grep -q '^shared record: set' && break
+  sleep 0.1
+done
+sleep 0.2
+show logtune show
+show traced_app
+show ls "$shared_logs"
+show logtune clear
+printf '\n$ kill -INT %s\n' "$holder"
+kill -INT "$holder"
+wait "$holder"
+rm -rf "$shared_logs"
+
 section "Reading a trace"
 views="$build/demo"
 mkdir -p "$views"

@@ -1,24 +1,31 @@
 // logtune: switches the call trace of programs that use the library on and
 // off from outside them, through TvLog.cfg beside a program or the record
-// shared by all processes.
+// shared by one user's processes.
 //
 // It needs the frame's internals (a raw look at the shared record, the
 // recovery of a lock word left held by a dead process), which the shared
 // library does not export, so it is linked with the library's objects. Its
 // own name keeps it from ever tracing itself.
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <iostream>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
 #include <fmt/format.h>
 
 #include <tvbase/frame/shared_data.h>
 #include <tvbase/platform/error_text.h>
 #include <tvbase/platform/file.h>
+#include <tvbase/platform/process.h>
+#include <tvbase/platform/user.h>
 #include <tvbase/trace/func_log.h>
 #include <tvbase/trace/log_cfg.h>
 
@@ -30,16 +37,24 @@ constexpr std::string_view kUsage =
     R"(usage: logtune COMMAND [OPTIONS]
 
 Switches the call trace of programs that use TvBase on or off. A program
-reads its configuration once, when it starts: from the record shared by all
-processes if that is set, else from TvLog.cfg in the program's folder.
+reads its configuration once, when it starts: from the record shared by its
+user's processes if that is set, else from TvLog.cfg in the program's folder.
 
 commands:
   save PATH [FIELDS]  write the 4,880-byte record to PATH (e.g. <dir>/TvLog.cfg)
-  set [FIELDS]        put the record into the block shared by all processes
-  clear               mark the shared record not set
-  show [PATH]         print the shared record's state (not set, set, damaged)
-                      and fields, or those of the record in the file PATH
-  unlock              force the shared record's lock word back to 0
+  set [FIELDS] [--hold [SECONDS]]
+                      put the record into your shared block; with --hold,
+                      then hold the block as 'hold' does
+  clear               mark your shared record not set
+  show [PATH]         print your shared record's state (not set, set, damaged),
+                      how many other processes hold the block, and its fields;
+                      or the state and fields of the record in the file PATH
+  unlock              force your shared record's lock word back to 0
+  hold [SECONDS]      keep your shared block, and so its record, alive until
+                      interrupted (Ctrl-C, SIGTERM) or for SECONDS
+
+  --user NAME         with set, clear, show, unlock and hold, run by root: act
+                      on the block of user NAME (made for that user if need be)
 
 fields (strings are empty and flags off unless given):
   --folder TEXT       put in front of the log file's name; end a folder with '/'
@@ -50,6 +65,18 @@ fields (strings are empty and flags off unless given):
   --filter1           trace objects of filter class 1 write
   --delete-on-close   remove the log file when the program ends normally
   --debug-echo        send each line to standard error as well
+
+The shared block lives only while a process holds it: a record set while no
+program runs is gone when logtune ends (set says so). Start the program
+first, or keep the block with --hold or hold, or save a TvLog.cfg instead.
+
+One block per user: the shared record is seen by the processes of one user
+only, and set, clear, show, unlock and hold act on the caller's. To switch the
+trace on for another user's programs, write TvLog.cfg beside them (save), or
+run logtune as root with --user. A log is written only into a folder that
+no other user can add names to or remove names from (owned by the program's
+user or root, and sticky where others may write), never by a set-user-ID
+program, and only that user can read it.
 
 Recovery: set, clear and show wait while another process holds the shared
 record's lock. A lock left held by a process that died is never released;
@@ -66,6 +93,68 @@ void notice_waiting(unsigned attempts) {
   if (attempts != kAttemptsBeforeNotice) return;
   std::cerr << "logtune: waiting for the shared record's lock, held for 2 seconds now; if the "
                "process holding it died, run 'logtune unlock'\n";
+}
+
+// Set by SIGINT and SIGTERM while logtune holds the block.
+volatile std::sig_atomic_t g_stop = 0;
+
+extern "C" void stop_holding(int) { g_stop = 1; }
+
+// The longest hold that SECONDS may ask for: some 31 years.
+constexpr unsigned long kMostHoldSeconds = 1'000'000'000;
+
+unsigned long hold_seconds(const std::string& text) {
+  const unsigned long seconds = cli::parse_unsigned(text, "SECONDS");
+  if (seconds > kMostHoldSeconds) {
+    throw cli::usage_error(fmt::format("SECONDS must be at most {}", kMostHoldSeconds));
+  }
+  return seconds;
+}
+
+// "your shared block", or with --user "the shared block of NAME".
+std::string whose_block(const std::optional<std::string>& user) {
+  return user ? "the shared block of " + *user : std::string("your shared block");
+}
+
+// How many processes besides logtune hold the block in use; -1 where that
+// can't be told.
+long other_holders() {
+  const long all = frame::shared_data_holders();
+  return all > 0 ? all - 1 : -1;
+}
+
+std::string holders_text(long others) {
+  if (others < 0) return "whether other processes hold it can't be told here";
+  if (others == 0) return "no other process holds it";
+  return fmt::format("{} other process{} hold{} it", others, others == 1 ? "" : "es",
+                     others == 1 ? "s" : "");
+}
+
+// Keeps the block in use until SIGINT or SIGTERM, or for `seconds`; one line
+// on standard error when it starts holding and one when it lets go.
+void hold_block(const std::optional<std::string>& user, std::optional<unsigned long> seconds) {
+  std::signal(SIGINT, stop_holding);
+  std::signal(SIGTERM, stop_holding);
+  const std::string block = whose_block(user);
+  std::cerr << fmt::format("logtune: holding {} (process {}) {}\n", block, platform::process_id(),
+                           seconds
+                               ? fmt::format("for {} second{}; Ctrl-C or SIGTERM lets go sooner",
+                                             *seconds, *seconds == 1 ? "" : "s")
+                               : std::string("until Ctrl-C or SIGTERM"));
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(seconds.value_or(0));
+  constexpr auto kTick = std::chrono::milliseconds(50);
+  while (g_stop == 0) {
+    if (!seconds) {
+      std::this_thread::sleep_for(kTick);
+      continue;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= until) break;
+    std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(kTick, until - now));
+  }
+  const long others = other_holders();
+  std::cerr << fmt::format("logtune: letting go of {}; {}{}\n", block, holders_text(others),
+                           others == 0 ? ", so the block and its record are gone" : "");
 }
 
 struct field_values {
@@ -111,8 +200,41 @@ void check_lengths(const field_values& v) {
   }
 }
 
+// The shared block that set, clear, show and unlock act on: the caller's, or
+// with --user (root only) that user's. Throws when it can't be had: acting on
+// a block of this process's own would change nothing that any program reads.
+TvSharedData& shared_block(const std::optional<std::string>& user) {
+  if (user) {
+    if (!platform::acts_for_every_user()) {
+      throw cli::failure("--user is for root: other users' blocks are open to them alone");
+    }
+    platform::user_account account;
+    if (!platform::find_user(user->c_str(), account)) {
+      throw cli::failure(fmt::format("there is no user called {}", *user));
+    }
+    if (!frame::attach_shared_data(account)) {
+      throw cli::failure(fmt::format(
+          "the shared block of {} can't be had: an object at its name belongs to another user, "
+          "is open to others, or is held at another size or locked",
+          *user));
+    }
+  } else if (!frame::shared_data_is_shared()) {
+    throw cli::failure(
+        "your shared block can't be had: an object at its name belongs to another user, is "
+        "open to others, or is held at another size or locked");
+  }
+  return *TvGetSharedData();
+}
+
 std::string_view bounded(const char* field, std::size_t size) {
   return {field, ::strnlen(field, size)};
+}
+
+// The processes that keep the block, and so the record, alive.
+void print_holders() {
+  const long others = other_holders();
+  std::cout << "other processes holding the block: "
+            << (others < 0 ? std::string("can't be told here") : std::to_string(others)) << '\n';
 }
 
 void print_fields(const TvLogCfg& cfg) {
@@ -152,39 +274,73 @@ int run_save(cli::args& args) {
 
 int run_set(cli::args& args) {
   const field_values v = take_fields(args);
+  const std::optional<std::string> user = args.option("user");
+  // "--hold SECONDS" reaches here as "--hold=SECONDS" (see main).
+  const bool hold = args.flag("hold");
+  const std::optional<std::string> hold_for = args.option("hold");
+  const std::optional<unsigned long> seconds =
+      hold_for ? std::optional(hold_seconds(*hold_for)) : std::nullopt;
   args.positional(0);
   check_lengths(v);
-  if (!trace::SetSharedLogCfg(*TvGetSharedData(), v.fields, notice_waiting)) {
+  if (!trace::SetSharedLogCfg(shared_block(user), v.fields, notice_waiting)) {
     throw cli::failure("the fields don't fit the record");
   }
-  std::cout << "shared record set\n";
+  std::cout << "shared record set" << std::endl;
+  if (hold || hold_for) {
+    hold_block(user, seconds);
+  } else if (other_holders() == 0) {
+    std::cerr << "logtune set: no other process holds " << whose_block(user)
+              << ", so the record is gone when logtune ends: start the program first, or add "
+                 "--hold, or save a TvLog.cfg beside the program\n";
+  }
+  return cli::kOk;
+}
+
+int run_hold(cli::args& args) {
+  const std::optional<std::string> user = args.option("user");
+  const auto words = args.positional(1);
+  const std::optional<unsigned long> seconds =
+      words.empty() ? std::nullopt : std::optional(hold_seconds(words[0]));
+  (void)shared_block(user);
+  hold_block(user, seconds);
   return cli::kOk;
 }
 
 int run_clear(cli::args& args) {
+  const std::optional<std::string> user = args.option("user");
   args.positional(0);
-  trace::ClearSharedLogCfg(*TvGetSharedData(), notice_waiting);
+  trace::ClearSharedLogCfg(shared_block(user), notice_waiting);
   std::cout << "shared record cleared\n";
   return cli::kOk;
 }
 
 int run_show(cli::args& args) {
+  const std::optional<std::string> user = args.option("user");
   const auto words = args.positional(1);
   TvLogCfg cfg{};
   if (words.empty()) {
-    switch (trace::ReadSharedLogCfg(*TvGetSharedData(), cfg, notice_waiting)) {
-      case trace::eSharedCfgState::NotSet: std::cout << "shared record: not set\n"; return cli::kOk;
+    switch (trace::ReadSharedLogCfg(shared_block(user), cfg, notice_waiting)) {
+      case trace::eSharedCfgState::NotSet:
+        std::cout << "shared record: not set\n";
+        print_holders();
+        return cli::kOk;
       case trace::eSharedCfgState::Set: std::cout << "shared record: set\n"; break;
       case trace::eSharedCfgState::Damaged:
         std::cout << "shared record: damaged (the next program to start clears it)\n";
         break;
     }
+    print_holders();
     print_fields(cfg);
     return cli::kOk;
   }
-  // One byte more than the record, to tell a longer file.
+  if (user) throw cli::usage_error("--user goes with the shared record, not with a PATH");
+  // One byte more than the record, to tell a longer file. A pipe or device
+  // is never read: it could keep logtune waiting.
   unsigned char bytes[sizeof(TvLogCfg) + 1];
   const long n = platform::read_file_start(words[0].c_str(), bytes, sizeof bytes);
+  if (n == platform::kNotRegularFile) {
+    throw cli::failure(fmt::format("cannot read {}: not a regular file", words[0]));
+  }
   if (n < 0) {
     throw cli::failure(fmt::format("cannot read {}: {}", words[0], std::strerror(errno)));
   }
@@ -208,8 +364,9 @@ int run_show(cli::args& args) {
 }
 
 int run_unlock(cli::args& args) {
+  const std::optional<std::string> user = args.option("user");
   args.positional(0);
-  TvSharedData& shared = *TvGetSharedData();
+  TvSharedData& shared = shared_block(user);
   const bool was_held = shared.lock != 0;
   frame::force_unlock(shared);
   std::cout << (was_held ? "lock word forced back to 0\n" : "lock word was already 0\n");
@@ -221,11 +378,8 @@ struct command {
   int (*run)(cli::args&);
 };
 
-constexpr command kCommands[] = {{"save", run_save},
-                                 {"set", run_set},
-                                 {"clear", run_clear},
-                                 {"show", run_show},
-                                 {"unlock", run_unlock}};
+constexpr command kCommands[] = {{"save", run_save}, {"set", run_set},       {"clear", run_clear},
+                                 {"show", run_show}, {"unlock", run_unlock}, {"hold", run_hold}};
 
 }  // namespace
 
@@ -242,7 +396,20 @@ int main(int argc, char** argv) {
   for (const command& c : kCommands) {
     if (c.name != name) continue;
     try {
-      cli::args args(std::span<char* const>(argv + 2, static_cast<std::size_t>(argc - 2)));
+      // --hold takes a value only when one follows it: "--hold 30" is
+      // "--hold=30", a bare "--hold" is a flag.
+      std::vector<std::string> words(argv + 2, argv + argc);
+      for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+        if (words[i] != "--hold" || words[i + 1].empty() ||
+            words[i + 1].find_first_not_of("0123456789") != std::string::npos) {
+          continue;
+        }
+        words[i] += "=" + words[i + 1];
+        words.erase(words.begin() + static_cast<std::ptrdiff_t>(i) + 1);
+      }
+      std::vector<char*> pointers;
+      for (std::string& word : words) pointers.push_back(word.data());
+      cli::args args(pointers);
       if (args.help()) {
         std::cout << kUsage;
         return cli::kOk;

@@ -1,14 +1,21 @@
 #include "cli.h"
 
 #include <charconv>
-#include <cstdio>
+#include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <sstream>
+#include <vector>
+
+#include <tvbase/platform/file.h>
 
 namespace cli {
+namespace {
+
+// The largest file that a command reads.
+constexpr std::size_t kMaxInput = std::size_t{4} << 30;
+
+}  // namespace
 
 args::args(std::span<char* const> words) {
   bool options_done = false;
@@ -87,11 +94,27 @@ std::string read_input(const std::string& path) {
     if (std::cin.bad()) throw failure("cannot read standard input");
     return std::move(all).str();
   }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw failure("cannot open " + path + ": " + std::strerror(errno));
-  std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (in.bad()) throw failure("cannot read " + path + ": " + std::strerror(errno));
-  return bytes;
+  // Opened without waiting and read only if it is a regular file, so that a
+  // FIFO or a device named here is an error at once and never a hang.
+  std::vector<std::uint8_t> bytes;
+  std::uint32_t error = 0;
+  switch (platform::read_regular_file(path.c_str(), kMaxInput, bytes, error)) {
+    case platform::read_outcome::done: break;
+    case platform::read_outcome::cannot_open:
+      throw failure("cannot open " + path + ": " + std::strerror(static_cast<int>(error)));
+    case platform::read_outcome::not_regular: throw failure(path + " is not a regular file");
+    case platform::read_outcome::too_large:
+      throw failure(path + " is larger than " + std::to_string(kMaxInput >> 30) + " GiB");
+    case platform::read_outcome::read_failed:
+      throw failure("cannot read " + path + ": " + std::strerror(static_cast<int>(error)));
+  }
+  return std::string(bytes.begin(), bytes.end());
+}
+
+void write_file(const std::string& path, std::string_view bytes) {
+  const unsigned long error = platform::write_whole_file(path.c_str(), bytes.data(), bytes.size());
+  if (error != 0)
+    throw failure("cannot write " + path + ": " + std::strerror(static_cast<int>(error)));
 }
 
 void write_output(std::string_view bytes) {

@@ -53,8 +53,15 @@ class args {
   bool help_ = false;
 };
 
-// The bytes of FILE, or of standard input for "-". Throws failure.
+// The bytes of FILE, or of standard input for "-". Throws failure, at once,
+// for anything but a regular file (a FIFO, a folder, a device) or a file of
+// more than 4 GiB.
 std::string read_input(const std::string& path);
+
+// Puts `bytes` at `path` whole or not at all: through a temporary file of a
+// new name beside it, renamed into place. Throws failure, leaving `path` as
+// it was.
+void write_file(const std::string& path, std::string_view bytes);
 
 // Writes bytes to standard output exactly, in binary.
 void write_output(std::string_view bytes);

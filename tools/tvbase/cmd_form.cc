@@ -1,7 +1,5 @@
 // tvbase form
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -20,27 +18,6 @@ std::pair<std::string, std::string> split_pair(const std::string& text, const ch
   return {text.substr(0, at), text.substr(at + 1)};
 }
 
-// Writes the body next to its final place and renames it there, so that a
-// failure leaves no partial file behind.
-void write_body(const std::string& path, const std::vector<unsigned char>& body) {
-  const std::string temporary = path + ".partial";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(body.data()),
-              static_cast<std::streamsize>(body.size()));
-    if (!out.flush()) {
-      std::remove(temporary.c_str());
-      throw cli::failure("cannot write " + path);
-    }
-  }
-  std::error_code error;
-  std::filesystem::rename(temporary, path, error);
-  if (error) {
-    std::remove(temporary.c_str());
-    throw cli::failure("cannot write " + path + ": " + error.message());
-  }
-}
-
 int run_form(cli::args& args) {
   const std::vector<std::string> fields = args.options("field");
   const std::vector<std::string> files = args.options("file");
@@ -53,7 +30,9 @@ int run_form(cli::args& args) {
   for (const std::string& field : fields) {
     const auto [name, value] = split_pair(field, "--field");
     if (!form.add_field(name, value))
-      throw cli::failure("field name '" + name + "' is refused: bytes of 0x80 or above");
+      throw cli::failure("field '" + name +
+                         "' is refused: a name byte of 0x80 or above, or the form's delimiter "
+                         "in the value");
   }
   for (const std::string& file : files) {
     auto [name, path] = split_pair(file, "--file");
@@ -69,13 +48,15 @@ int run_form(cli::args& args) {
                        static_cast<unsigned int>(bytes.size()),
                        type ? std::optional<std::string_view>(*type) : std::nullopt)) {
       throw cli::failure("file part '" + name + "' (" + filename +
-                         ") is refused: bytes of 0x80 or above");
+                         ") is refused: a name byte of 0x80 or above, a line break in the type, "
+                         "or the form's delimiter in the file");
     }
   }
   std::string content_type;
   std::vector<unsigned char> body;
   form.finish(content_type, body);
-  write_body(output, body);
+  cli::write_file(output,
+                  std::string_view(reinterpret_cast<const char*>(body.data()), body.size()));
   std::cout << content_type << '\n';
   return cli::kOk;
 }
@@ -88,7 +69,9 @@ const command form_command{
     "Builds a multipart/form-data body from the fields and files in order, writes\n"
     "it to BODY and prints the Content-Type header value, so that both can be\n"
     "handed to any HTTP client. Files are sent under their base name, as\n"
-    "application/octet-stream unless a type is given. A name with bytes of 0x80\n"
-    "or above, or a file that cannot be read, is an error (exit 1) and leaves no\n"
-    "BODY behind.\n",
+    "application/octet-stream unless a type is given; a quote, CR or LF in a name\n"
+    "goes out as %22, %0D or %0A. A name with bytes of 0x80 or above, a type with\n"
+    "a line break, a value or file holding the form's delimiter, or a file that is\n"
+    "no regular file or cannot be read, is an error (exit 1) and leaves no BODY\n"
+    "behind. BODY is written whole through a temporary file beside it.\n",
     run_form};

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <tvbase/platform/file.h>
+
 #include "commands.h"
 #include "trace_outputs.h"
 
@@ -85,12 +87,16 @@ int run_trace(cli::args& args) {
                            std::string(what == "timeline" ? "OUT.json" : "OUT.svg"));
   // Logs are checked before an output is made, so that a misspelt name
   // costs no half-written file.
+  // A FIFO or a device is refused here, never waited on.
   for (const std::string& log : words) {
-    std::FILE* file = std::fopen(log.c_str(), "rb");
-    if (file == nullptr) throw cli::failure("cannot open " + log + ": " + std::strerror(errno));
-    std::fclose(file);
-    std::error_code error;
-    if (std::filesystem::is_directory(log, error)) throw cli::failure(log + " is a folder");
+    std::FILE* file = nullptr;
+    std::uint32_t error = 0;
+    switch (platform::open_regular_file(log.c_str(), file, error)) {
+      case platform::read_outcome::done: std::fclose(file); break;
+      case platform::read_outcome::not_regular: throw cli::failure(log + " is not a regular file");
+      default:
+        throw cli::failure("cannot open " + log + ": " + std::strerror(static_cast<int>(error)));
+    }
   }
 
   progress_line progress;

@@ -11,6 +11,8 @@
 
 #include <fmt/format.h>
 
+#include <tvbase/platform/file.h>
+
 #include "utf8_sequence.h"
 
 namespace trace_tools {
@@ -41,10 +43,17 @@ template <class Visitor>
 bool run_log(const std::string& path, call_reader& calls, Visitor& visitor,
              const run_options& options, std::vector<std::string>& failures,
              line_reader::counts* reading = nullptr) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) {
-    failures.push_back(fmt::format("cannot open {}: {}", path, std::strerror(errno)));
-    return false;
+  std::FILE* file = nullptr;
+  std::uint32_t open_error = 0;
+  switch (platform::open_regular_file(path.c_str(), file, open_error)) {
+    case platform::read_outcome::done: break;
+    case platform::read_outcome::not_regular:
+      failures.push_back(fmt::format("{} is not a regular file", path));
+      return false;
+    default:
+      failures.push_back(
+          fmt::format("cannot open {}: {}", path, std::strerror(static_cast<int>(open_error))));
+      return false;
   }
   std::error_code error;
   std::uint64_t size = std::filesystem::file_size(path, error);
@@ -190,8 +199,10 @@ void print_summary(const std::string& path, const call_reader& calls,
 // The time of the first line that reads back, looking no further than a
 // megabyte into the log.
 std::optional<std::int64_t> first_time(const std::string& path) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return std::nullopt;
+  std::FILE* file = nullptr;
+  std::uint32_t error = 0;
+  if (platform::open_regular_file(path.c_str(), file, error) != platform::read_outcome::done)
+    return std::nullopt;
   std::optional<std::int64_t> found;
   line_reader lines(file, nullptr, 1 << 16);
   std::string_view text;

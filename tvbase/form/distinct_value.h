@@ -5,13 +5,17 @@
 
 #include <tvbase/export.h>
 
-// Numbers that no other caller receives, in any process of the machine that
-// has the library loaded, and their fixed-width texts. The counter lives in
-// the block shared by all such processes and is changed only by a 64-bit
-// lock-free compare-and-exchange, so get() is safe on any thread of any
-// process; the numbers one caller sees rise strictly, with gaps. The counter
-// starts from 0 when the first process loads the library and is lost when
-// the last one lets go: numbers are distinct within that life only.
+// Numbers that no other caller receives, in any process of the same user
+// that has the library loaded, and their fixed-width texts. The counter
+// lives in the block shared by that user's processes and is changed only by
+// a 64-bit lock-free compare-and-exchange, so get() is safe on any thread of
+// any of them; the numbers one caller sees rise strictly, with gaps. The
+// counter starts from 0 when the user's first process loads the library and
+// is lost when the last one lets go: numbers are distinct within that life
+// only. Processes of different users count apart (one block per user, which
+// no other user can write), and so may get the same numbers; so may a
+// process that could not have its user's block and counts in a block of its
+// own.
 //
 //   unsigned long long n = distinct_value::get();   // 1, 2, 3, ...
 //   std::string id = distinct_value::str_b36();     // "000000000000A" style

@@ -1,6 +1,8 @@
 #include <tvbase/form/multipart_form_data.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -24,6 +26,63 @@ void regrow(std::vector<unsigned char>& body, std::size_t capacity) {
   if (capacity >= kPopulated) platform::populate_pages(grown.data(), capacity);
   grown.assign(body.begin(), body.end());
   body.swap(grown);
+}
+
+// True if the part's blank line, CR LF, followed by `data` holds a delimiter:
+// CR LF, "--" and the boundary, anywhere in `data`, or "--" and the boundary
+// at its start.
+//
+// Two skips take turns, each a step that no delimiter can lie in: memchr to
+// the next CR, where alone a delimiter can start (the boundary holds none),
+// and Horspool's, by the byte under the end of a window of the delimiter's
+// length (36 bytes), which passes a whole window for a byte that the
+// delimiter doesn't hold, a CR included. Text without CR costs one memchr;
+// bytes that are all CR, or all of one digit of the boundary, skip a window
+// or find no CR. Where CR bytes stand a few apart with boundary digits
+// between them, both skips are short; the next CR is then looked for byte by
+// byte over the first 16 bytes, before memchr is called for the rest, so
+// that no pattern makes a call for every few bytes.
+bool holds_delimiter(const unsigned char* data, std::size_t size, std::string_view boundary) {
+  constexpr std::string_view kLead = "\r\n--";
+  constexpr std::size_t kNear = 16;
+  const std::size_t length = kLead.size() + boundary.size();  // 36, as boundaries are made
+  if (size >= length - 2 && data[0] == '-' && data[1] == '-' &&
+      std::memcmp(data + 2, boundary.data(), boundary.size()) == 0)
+    return true;
+  if (size < length) return false;
+  const auto byte = [&](std::size_t i) {
+    return static_cast<unsigned char>(i < kLead.size() ? kLead[i] : boundary[i - kLead.size()]);
+  };
+  // Skips are held in a byte; a shorter skip than the longest possible one
+  // is only slower, never wrong.
+  const auto capped = [](std::size_t n) {
+    return static_cast<std::uint8_t>(std::min<std::size_t>(n, 255));
+  };
+  std::array<std::uint8_t, 256> skip;
+  skip.fill(capped(length));
+  for (std::size_t i = 0; i + 1 < length; ++i) skip[byte(i)] = capped(length - 1 - i);
+  const unsigned char* const last_start = data + (size - length);
+  for (const unsigned char* window = data; window <= last_start;) {
+    // The next CR: a CR close by is looked for in line, a call costs more.
+    const unsigned char* const near =
+        window + std::min<std::size_t>(kNear, last_start - window + 1);
+    while (window != near && *window != '\r') ++window;
+    if (window == near) {
+      if (window > last_start) return false;
+      window = static_cast<const unsigned char*>(
+          std::memchr(window, '\r', static_cast<std::size_t>(last_start - window) + 1));
+      if (window == nullptr) return false;
+    }
+    if (window[1] == '\n' && window[2] == '-' && window[3] == '-' &&
+        std::memcmp(window + kLead.size(), boundary.data(), boundary.size()) == 0)
+      return true;
+    window += skip[window[length - 1]];
+  }
+  return false;
+}
+
+bool holds_line_break(std::string_view text) {
+  return text.find_first_of("\r\n") != std::string_view::npos;
 }
 
 }  // namespace
@@ -57,18 +116,32 @@ void multipart_form_data::append_data(std::string_view text) {
   }
 }
 
+// A name or file name between quotes, with each quote, CR and LF in it
+// written as %22, %0D and %0A.
+void multipart_form_data::append_quoted(std::string_view text) {
+  append_data("\"");
+  for (std::size_t at; (at = text.find_first_of("\"\r\n")) != std::string_view::npos;) {
+    append_data(text.substr(0, at));
+    append_data(text[at] == '"' ? "%22" : text[at] == '\r' ? "%0D" : "%0A");
+    text.remove_prefix(at + 1);
+  }
+  append_data(text);
+  append_data("\"");
+}
+
 // CR LF, "--", the boundary and the start of the disposition, up to the
 // name's closing quote.
 void multipart_form_data::append_head(std::string_view name) {
   append_data("\r\n--");
   append_data(boundary);
-  append_data("\r\nContent-Disposition: form-data; name=\"");
-  append_data(name);
-  append_data("\"");
+  append_data("\r\nContent-Disposition: form-data; name=");
+  append_quoted(name);
 }
 
 bool multipart_form_data::add_field(std::string_view name, std::string_view value) {
-  if (!is_7bit(name)) return false;
+  if (!is_7bit(name) ||
+      holds_delimiter(reinterpret_cast<const unsigned char*>(value.data()), value.size(), boundary))
+    return false;
   append_head(name);
   append_data("\r\n\r\n");
   append_data(value);
@@ -78,12 +151,15 @@ bool multipart_form_data::add_field(std::string_view name, std::string_view valu
 bool multipart_form_data::add_file(std::string_view name, std::string_view filename,
                                    const unsigned char* data, unsigned int size,
                                    std::optional<std::string_view> content_type) {
-  if (!is_7bit(name) || !is_7bit(filename)) return false;
+  const std::string_view type = content_type.value_or("application/octet-stream");
+  if (!is_7bit(name) || !is_7bit(filename) || holds_line_break(type) ||
+      (size != 0 && holds_delimiter(data, size, boundary)))
+    return false;
   append_head(name);
-  append_data("; filename=\"");
-  append_data(filename);
-  append_data("\"\r\nContent-Type: ");
-  append_data(content_type.value_or("application/octet-stream"));
+  append_data("; filename=");
+  append_quoted(filename);
+  append_data("\r\nContent-Type: ");
+  append_data(type);
   append_data("\r\n\r\n");
   if (size != 0) append_data(data, size);
   return true;

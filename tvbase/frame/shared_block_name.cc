@@ -1,5 +1,5 @@
-// The machine-wide name of the shared block, kept apart so that no call to it
-// is inlined: test programs replace this definition with their own (weak on
+// The stem of the shared block's name, kept apart so that no call to it is
+// inlined: test programs replace this definition with their own (weak on
 // ELF; on Windows a static library of its own, see CMakeLists.txt).
 #include <tvbase/frame/shared_data.h>
 

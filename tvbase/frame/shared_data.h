@@ -1,12 +1,23 @@
 #ifndef TVBASE_FRAME_SHARED_DATA_H
 #define TVBASE_FRAME_SHARED_DATA_H
 
-// The one block of memory that every process with the library loaded sees at
-// the same content: the shared log configuration record, its set flag, the
-// lock word that guards both, and the distinct counter. It is zero-filled
-// when the first process maps it and its content is gone when the last one
-// lets go (see <tvbase/platform/shared_memory.h> for how that survives
-// crashed processes).
+// The block of memory that every process of one user with the library
+// loaded sees at the same content: the shared log configuration record, its
+// set flag, the lock word that guards both, and the distinct counter. It is
+// zero-filled when the user's first process maps it and its content is gone
+// when the last one lets go (see <tvbase/platform/shared_memory.h> for how
+// that survives crashed processes).
+//
+// One block per user, not one per machine: a block that every user could
+// write let any user switch on, and read, the trace of another user's
+// programs, or spoil their distinct counter. Here the block belongs to the
+// effective user (the uid is part of its name, and nobody else may open
+// it); a setting for another user's programs is TvLog.cfg beside them, or
+// root's `logtune --user`. Where the user's block can't be had (an object of
+// another user at its name, one open to others, one held at another size, or
+// its guard held past a short wait) the process uses a block of its own and
+// says nothing: it then neither sees nor changes what the user's other
+// processes share, and its distinct numbers are its own.
 //
 // The block is a plain layout. frame keeps the 4,880 bytes of the log
 // configuration as raw storage and never looks inside them: the call trace
@@ -22,6 +33,8 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include <tvbase/platform/user.h>
 
 struct TvSharedData {
   // The log configuration record, as raw bytes; an array of unsigned char
@@ -43,10 +56,9 @@ static_assert(alignof(std::uint32_t) >= std::atomic_ref<std::uint32_t>::required
 static_assert(alignof(std::uint64_t) >= std::atomic_ref<std::uint64_t>::required_alignment);
 
 // The block that this process maps; never null. Until the library's load has
-// mapped it, and in a process where the shared-memory object can't be had
-// (no /dev/shm, or an object of another size or mode), this is a zero-filled
-// block of the process's own: the library stays usable, but what it holds
-// is then seen by this process alone.
+// mapped it, and in a process where the user's block can't be had (see
+// above), this is a zero-filled block of the process's own: the library
+// stays usable, but what it holds is then seen by this process alone.
 TvSharedData* TvGetSharedData() noexcept;
 
 namespace frame {
@@ -73,15 +85,38 @@ inline std::atomic_ref<std::uint64_t> distinct_counter(TvSharedData& data) noexc
   return std::atomic_ref<std::uint64_t>(data.distinctCounter);
 }
 
-// Maps the shared block (load) and lets go of it (unload); called by the
-// library's own initialisation and finalisation only.
+// Maps this process's user's block (load) and lets go of it (unload);
+// called by the library's own initialisation and finalisation. Neither ever
+// waits for a lock without a bound: what can't be had within a short wait
+// leaves the process on its private block (load), or lets go without
+// removing the block (unload).
 void attach_shared_data() noexcept;
 void detach_shared_data() noexcept;
 
-// The name of the shared-memory object. The library's own definition is weak
-// and gives the machine-wide name; test programs link a strong definition
-// that gives one block per test process (and its children), so that tests
-// never touch the block of real applications.
+// Lets go of the block in use and maps the block of `owner` instead, creating
+// it for that user if need be: for root acting for a user (`logtune --user`).
+// False if it can't be had; the private block is then in use.
+[[nodiscard]] bool attach_shared_data(const platform::user_account& owner) noexcept;
+
+// Whether TvGetSharedData() is a block shared with other processes rather
+// than the process's private one.
+[[nodiscard]] bool shared_data_is_shared() noexcept;
+
+// How many processes hold the block in use, this one included (see
+// platform::shared_memory_holders for what counts); the block's content lives
+// as long as one does. -1 for the private block, and where the system can't
+// tell.
+[[nodiscard]] long shared_data_holders() noexcept;
+
+// The name of the shared-memory object in use, or an empty text while the
+// private block is in use.
+const char* shared_block_object_name() noexcept;
+
+// The stem of the shared-memory object's name; the owner's identity follows
+// it after a '-' ("/tvbase-shared-1-1000"). The library's own definition is
+// weak; test programs link a strong definition that gives one stem per test
+// process (and its children), so that tests never touch the block of real
+// applications.
 const char* shared_block_name() noexcept;
 
 }  // namespace frame

@@ -1,7 +1,8 @@
 #ifndef TVBASE_PLATFORM_DIR_LIST_H
 #define TVBASE_PLATFORM_DIR_LIST_H
 
-// Listing the items of one folder, and the conversion of wide paths to the
+// Opening folders, each from the one it lies in and never through a link,
+// listing the items of one folder, and the conversion of wide paths to the
 // bytes the system takes. Wide text is UTF-16 units, one per wchar_t.
 //
 // On Windows names are UTF-16 already, and the bytes of a path are its UTF-8
@@ -30,14 +31,51 @@ inline constexpr std::uint32_t kAttributeDirectory = 0x10;      // a folder, or 
 inline constexpr std::uint32_t kAttributeNormal = 0x80;         // a plain item, no other bit
 inline constexpr std::uint32_t kAttributeReparsePoint = 0x400;  // a symbolic link
 
+// An open folder, that its subfolders are opened from and that a listing
+// reads. On POSIX it holds one descriptor (two while a listing of it is
+// open); where folders are only known by path (Windows), it may hold the
+// folder's path instead.
+struct dir_handle;
+
+// Opens the folder at `path`, following symbolic links on the way as the
+// caller named it. A path that names no folder (a file, a FIFO) fails at
+// once, without waiting. Gives null and the system's error code in `error`
+// on failure.
+dir_handle* open_folder(std::wstring_view path, std::uint32_t& error);
+
+// Opens the folder that `relative` names inside `parent`: one name, or
+// several joined by '/' (or '\\' on Windows; never empty, never "." or ".."). No symbolic link
+// (or junction) is followed at any step: a name that is a link, or that
+// became one since the caller listed it, fails, so the folder opened lies
+// inside `parent` by real folders alone. A name that is no folder fails too.
+// There is no limit on the length of `relative`: it is never handed to the
+// system as one path where that would be too long. Gives null and the
+// system's code in `error` on failure.
+//
+// On Windows each name is opened from the handle of the one before
+// (NtCreateFile relative to it, the reparse point itself opened and then
+// refused, ERROR_CANT_RESOLVE_FILENAME), so junctions and symbolic links are
+// never entered. The listing, though, is FindFirstFileW of a path: the
+// folder's path as the system gave it for the start folder ("\\?\C:\..."),
+// with the names below appended, which stops working past the system's
+// 32,767 units. While a folder is open nobody may rename or remove it (it
+// is held without FILE_SHARE_DELETE), so that path keeps naming it.
+dir_handle* open_subfolder(const dir_handle* parent, std::wstring_view relative,
+                           std::uint32_t& error);
+
+// Closes a folder; null is allowed.
+void close_folder(dir_handle* folder);
+
 // An open listing of one folder.
 struct dir_listing;
 
-// Opens a listing of every item of `folder`, "." and ".." included. Gives
-// null and the system's error code in `error` on failure. On Windows
-// `folder` ends in a separator and the listing is FindFirstFileW of
-// `folder` + "*.*", which gives all items; a folder with none ends at once.
-dir_listing* open_dir(std::wstring_view folder, std::uint32_t& error);
+// Opens a listing of every item of the open `folder`, "." and ".."
+// included. The folder stays open, and the caller's to close, after the
+// listing ends. Gives null and the system's error code in `error` on
+// failure. On Windows the listing is FindFirstFileW of the folder's path, a
+// separator and "*.*", which gives all items; a folder with none ends at
+// once.
+dir_listing* open_dir(const dir_handle* folder, std::uint32_t& error);
 
 enum class read_status { item, end, failed };
 

@@ -2,12 +2,23 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstring>
+#include <new>
+#include <string>
 
 namespace platform {
+
+struct dir_handle {
+  int fd;
+};
 
 struct dir_listing {
   DIR* dir;
@@ -85,16 +96,107 @@ std::uint32_t attributes_of(DIR* dir, const dirent& entry) {
   return kAttributeReparsePoint;
 }
 
-}  // namespace
+// Set once openat2 was found missing (a kernel before 5.6, or a container's
+// filter that refuses calls it doesn't know).
+std::atomic<bool> g_no_openat2{false};
 
-dir_listing* open_dir(std::wstring_view folder, std::uint32_t& error) {
-  const std::string bytes = wide_to_path(folder);
-  DIR* dir = opendir(bytes.empty() ? "." : bytes.c_str());
-  if (dir == nullptr) {
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// Opens the folder `path` (names joined by '/') inside the folder open at
+// `at`, following no link at any step. One openat2 call resolves the whole
+// path where the system has it and the path fits; otherwise each name is
+// opened from the one before with O_NOFOLLOW, holding two descriptors at a
+// time. Gives -1 and errno on failure.
+int open_beneath(int at, const std::string& path) {
+  if (path.size() < PATH_MAX && !g_no_openat2.load(std::memory_order_relaxed)) {
+    open_how how{};
+    how.flags = kFolderFlags;
+    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH;
+    long fd;
+    do {
+      fd = ::syscall(SYS_openat2, at, path.c_str(), &how, sizeof how);
+    } while (fd < 0 && errno == EINTR);
+    if (fd >= 0) return static_cast<int>(fd);
+    // EAGAIN: a rename raced with the lookup; the names one by one below
+    // don't mind. ENOSYS and EPERM: no openat2 here, for good.
+    if (errno == ENOSYS || errno == EPERM) {
+      g_no_openat2.store(true, std::memory_order_relaxed);
+    } else if (errno != EAGAIN) {
+      return -1;
+    }
+  }
+  int current = at;
+  for (std::size_t start = 0;;) {
+    const std::size_t slash = path.find('/', start);
+    const std::size_t end = slash == std::string::npos ? path.size() : slash;
+    int next;
+    do {
+      next = ::openat(current, path.substr(start, end - start).c_str(), kFolderFlags);
+    } while (next < 0 && errno == EINTR);
+    const int saved = errno;
+    if (current != at) ::close(current);
+    if (next < 0) {
+      errno = saved;
+      return -1;
+    }
+    if (end == path.size()) return next;
+    current = next;
+    start = end + 1;
+  }
+}
+
+dir_handle* handle_for(int fd, std::uint32_t& error) {
+  if (fd < 0) {
     error = static_cast<std::uint32_t>(errno);
     return nullptr;
   }
-  return new dir_listing{dir};
+  auto* handle = new (std::nothrow) dir_handle{fd};
+  if (handle == nullptr) {
+    ::close(fd);
+    error = ENOMEM;
+  }
+  return handle;
+}
+
+}  // namespace
+
+dir_handle* open_folder(std::wstring_view path, std::uint32_t& error) {
+  const std::string bytes = wide_to_path(path);
+  int fd;
+  do {
+    fd = ::open(bytes.empty() ? "." : bytes.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  return handle_for(fd, error);
+}
+
+dir_handle* open_subfolder(const dir_handle* parent, std::wstring_view relative,
+                           std::uint32_t& error) {
+  return handle_for(open_beneath(parent->fd, wide_to_path(relative)), error);
+}
+
+void close_folder(dir_handle* folder) {
+  if (folder == nullptr) return;
+  ::close(folder->fd);
+  delete folder;
+}
+
+dir_listing* open_dir(const dir_handle* folder, std::uint32_t& error) {
+  // A listing reads from a descriptor of its own, which closedir closes;
+  // the copy shares the folder's read position, so it starts from the top.
+  const int fd = ::fcntl(folder->fd, F_DUPFD_CLOEXEC, 0);
+  DIR* dir = fd < 0 ? nullptr : ::fdopendir(fd);
+  if (dir == nullptr) {
+    error = static_cast<std::uint32_t>(errno);
+    if (fd >= 0) ::close(fd);
+    return nullptr;
+  }
+  ::rewinddir(dir);
+  auto* listing = new (std::nothrow) dir_listing{dir};
+  if (listing == nullptr) {
+    ::closedir(dir);
+    error = ENOMEM;
+  }
+  return listing;
 }
 
 read_status read_dir(dir_listing* listing, std::span<wchar_t> name, std::uint32_t& attributes,

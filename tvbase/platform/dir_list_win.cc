@@ -2,10 +2,20 @@
 
 #include <windows.h>
 
+#include <winternl.h>
+
 #include <climits>
 #include <cwchar>
 
 namespace platform {
+
+struct dir_handle {
+  HANDLE handle;
+  // The folder's path, without a separator at its end: "\\?\C:\..." for
+  // one found through its handle, so that deep folders are not bound by
+  // MAX_PATH.
+  std::wstring path;
+};
 
 struct dir_listing {
   HANDLE find;
@@ -23,11 +33,122 @@ void copy_item(const WIN32_FIND_DATAW& item, std::span<wchar_t> name, std::uint3
   attributes = item.dwFileAttributes;
 }
 
+// Folders are held without FILE_SHARE_DELETE: while one is open nobody can
+// rename or remove it, so its path keeps naming it for the listing.
+constexpr DWORD kFolderAccess = FILE_LIST_DIRECTORY | FILE_TRAVERSE | SYNCHRONIZE;
+constexpr DWORD kFolderShare = FILE_SHARE_READ | FILE_SHARE_WRITE;
+
+// Checks that `handle` is a folder, and no reparse point where `links` is
+// false; closes it and sets `error` if not.
+bool is_folder(HANDLE handle, bool links, std::uint32_t& error) {
+  BY_HANDLE_FILE_INFORMATION info{};
+  if (!::GetFileInformationByHandle(handle, &info)) {
+    error = ::GetLastError();
+  } else if ((info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+    error = ERROR_DIRECTORY;
+  } else if (!links && (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    error = ERROR_CANT_RESOLVE_FILENAME;
+  } else {
+    return true;
+  }
+  ::CloseHandle(handle);
+  return false;
+}
+
+// Opens the folder `name` inside the folder open at `parent`, by the
+// parent's handle and never through a reparse point. Null on failure.
+HANDLE open_inside(HANDLE parent, std::wstring_view name, std::uint32_t& error) {
+  if (name.empty() || name == L"." || name == L".." || name.size() > 32767) {
+    error = ERROR_INVALID_NAME;
+    return nullptr;
+  }
+  UNICODE_STRING text{static_cast<USHORT>(name.size() * sizeof(wchar_t)),
+                      static_cast<USHORT>(name.size() * sizeof(wchar_t)),
+                      const_cast<wchar_t*>(name.data())};
+  OBJECT_ATTRIBUTES attributes{};
+  InitializeObjectAttributes(&attributes, &text, OBJ_CASE_INSENSITIVE, parent, nullptr);
+  IO_STATUS_BLOCK status{};
+  HANDLE folder = nullptr;
+  const NTSTATUS result = ::NtCreateFile(
+      &folder, kFolderAccess, &attributes, &status, nullptr, 0, kFolderShare, FILE_OPEN,
+      FILE_DIRECTORY_FILE | FILE_OPEN_REPARSE_POINT | FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0);
+  if (result != 0) {
+    error = ::RtlNtStatusToDosError(result);
+    return nullptr;
+  }
+  return is_folder(folder, false, error) ? folder : nullptr;
+}
+
+// The path of the folder open at `handle`, as the system has it now; empty
+// if it can't tell.
+std::wstring path_of(HANDLE handle) {
+  std::wstring out(MAX_PATH, L'\0');
+  for (int tries = 0; tries < 2; ++tries) {
+    const DWORD n = ::GetFinalPathNameByHandleW(handle, out.data(), static_cast<DWORD>(out.size()),
+                                                FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
+    if (n == 0) break;
+    if (n < out.size()) {
+      out.resize(n);
+      while (!out.empty() && out.back() == L'\\') out.pop_back();
+      return out;
+    }
+    out.resize(n);
+  }
+  return {};
+}
+
 }  // namespace
 
-dir_listing* open_dir(std::wstring_view folder, std::uint32_t& error) {
-  std::wstring pattern(folder);
-  pattern += L"*.*";
+dir_handle* open_folder(std::wstring_view path, std::uint32_t& error) {
+  std::wstring named(path);
+  // Links on the way are followed, as the caller named the folder; a path
+  // that names no folder (a file, a pipe) is refused without waiting.
+  const HANDLE folder = ::CreateFileW(named.c_str(), kFolderAccess, kFolderShare, nullptr,
+                                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (folder == INVALID_HANDLE_VALUE) {
+    error = ::GetLastError();
+    return nullptr;
+  }
+  if (!is_folder(folder, true, error)) return nullptr;
+  std::wstring found = path_of(folder);
+  if (found.empty()) {
+    found = std::move(named);
+    while (found.size() > 1 && (found.back() == L'\\' || found.back() == L'/')) found.pop_back();
+  }
+  return new dir_handle{folder, std::move(found)};
+}
+
+dir_handle* open_subfolder(const dir_handle* parent, std::wstring_view relative,
+                           std::uint32_t& error) {
+  // Name by name, each opened from the one before, the one before held
+  // until then.
+  HANDLE current = parent->handle;
+  std::wstring path = parent->path;
+  for (std::size_t start = 0;;) {
+    const std::size_t end = relative.find_first_of(L"\\/", start);
+    const std::wstring_view name = relative.substr(
+        start, end == std::wstring_view::npos ? std::wstring_view::npos : end - start);
+    const HANDLE next = open_inside(current, name, error);
+    if (current != parent->handle) ::CloseHandle(current);
+    if (next == nullptr) return nullptr;
+    current = next;
+    path += L'\\';
+    path += name;
+    if (end == std::wstring_view::npos) break;
+    start = end + 1;
+  }
+  return new dir_handle{current, std::move(path)};
+}
+
+void close_folder(dir_handle* folder) {
+  if (folder == nullptr) return;
+  ::CloseHandle(folder->handle);
+  delete folder;
+}
+
+dir_listing* open_dir(const dir_handle* folder, std::uint32_t& error) {
+  std::wstring pattern = folder->path;
+  pattern += L"\\*.*";
   auto* listing = new dir_listing{};
   listing->find = ::FindFirstFileW(pattern.c_str(), &listing->item);
   if (listing->find == INVALID_HANDLE_VALUE) {

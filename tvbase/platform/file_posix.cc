@@ -5,7 +5,11 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
 
 namespace platform {
 namespace {
@@ -44,6 +48,51 @@ int open_retry(const char* path, int flags, mode_t mode) {
   return fd;
 }
 
+// The folder part of `path` (up to its last '/', or "." without one) and
+// where the last name starts.
+std::string folder_of(const char* path, const char*& name) {
+  const char* slash = std::strrchr(path, '/');
+  if (slash == nullptr) {
+    name = path;
+    return ".";
+  }
+  name = slash + 1;
+  return slash == path ? std::string("/") : std::string(path, slash);
+}
+
+// Writes everything, or sets `error` to the code of the write that failed.
+void write_all(int fd, const void* data, std::size_t size, int& error) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t n = ::write(fd, static_cast<const char*>(data) + done, size - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      error = n < 0 ? errno : EIO;
+      return;
+    }
+    done += static_cast<std::size_t>(n);
+  }
+}
+
+// A new file of a passing name in `folder`, made exclusively; its name goes
+// to `name`.
+int create_passing_file(int folder, char (&name)[64]) {
+  static std::atomic<unsigned> counter{0};
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    struct timespec clock {};
+    ::clock_gettime(CLOCK_MONOTONIC, &clock);
+    std::snprintf(name, sizeof name, ".tvbase-%ld-%u-%lx.new", static_cast<long>(::getpid()),
+                  counter.fetch_add(1, std::memory_order_relaxed),
+                  static_cast<unsigned long>(clock.tv_nsec));
+    int fd;
+    do {
+      fd = ::openat(folder, name, O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0666);
+    } while (fd < 0 && errno == EINTR);
+    if (fd >= 0 || errno != EEXIST) return fd;
+  }
+  return -1;
+}
+
 }  // namespace
 
 int create_log_file(const char* path) noexcept {
@@ -59,11 +108,56 @@ void close_file(int file) noexcept {
   if (file >= 0) ::close(file);
 }
 
-bool remove_file(const char* path) noexcept { return ::unlink(path) == 0; }
+int open_folder(const char* path) noexcept {
+  return open_retry(path, O_PATH | O_DIRECTORY | O_CLOEXEC, 0);
+}
+
+void close_folder(int folder) noexcept {
+  if (folder >= 0) ::close(folder);
+}
+
+bool folder_access_of(int folder, folder_access& out) noexcept {
+  struct stat info {};
+  if (::fstat(folder, &info) != 0 || !S_ISDIR(info.st_mode)) return false;
+  out.owner_is_me = info.st_uid == ::geteuid();
+  out.owner_is_root = info.st_uid == 0;
+  out.others_may_add = (info.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  out.others_may_replace = out.others_may_add && (info.st_mode & S_ISVTX) == 0;
+  return true;
+}
+
+bool remove_in_folder(int folder, const char* name) noexcept {
+  return ::unlinkat(folder, name, 0) == 0;
+}
+
+int create_own_file_in(int folder, const char* name) noexcept {
+  int fd;
+  do {
+    fd = ::openat(folder, name, O_CREAT | O_EXCL | O_NOFOLLOW | O_NONBLOCK | O_WRONLY | O_CLOEXEC,
+                  0600);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+bool file_facts_of(int file, file_facts& out) noexcept {
+  struct stat info {};
+  if (::fstat(file, &info) != 0) return false;
+  out.regular = S_ISREG(info.st_mode);
+  out.owner_is_me = info.st_uid == ::geteuid();
+  return true;
+}
 
 long read_file_start(const char* path, void* out, std::size_t size) noexcept {
-  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC, 0);
+  // Without O_NONBLOCK, opening a pipe waits for a writer.
+  const int fd = open_retry(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC, 0);
   if (fd < 0) return -1;
+  struct stat info {};
+  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    const int error = errno;
+    ::close(fd);
+    errno = error;
+    return kNotRegularFile;
+  }
   std::size_t done = 0;
   while (done < size) {
     const ssize_t n = ::read(fd, static_cast<char*>(out) + done, size - done);
@@ -79,14 +173,26 @@ long read_file_start(const char* path, void* out, std::size_t size) noexcept {
   return static_cast<long>(done);
 }
 
-bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out) {
-  if (path == nullptr) return false;
-  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC, 0);
-  if (fd < 0) return false;
+read_outcome read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out,
+                               std::uint32_t& error) {
+  if (path == nullptr) {
+    error = EINVAL;
+    return read_outcome::cannot_open;
+  }
+  // O_NONBLOCK: opening a FIFO for reading would otherwise wait for a
+  // writer. On a regular file the flag changes nothing.
+  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
+  if (fd < 0) {
+    error = static_cast<std::uint32_t>(errno);
+    return read_outcome::cannot_open;
+  }
   struct stat st;
-  const bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
-                  static_cast<std::uint64_t>(st.st_size) <= limit;
-  if (ok) {
+  read_outcome outcome = read_outcome::done;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    outcome = read_outcome::not_regular;
+  } else if (static_cast<std::uint64_t>(st.st_size) > limit) {
+    outcome = read_outcome::too_large;
+  } else {
     try {
       out.resize(static_cast<std::size_t>(st.st_size));
     } catch (...) {
@@ -97,31 +203,81 @@ bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uin
     while (done < out.size()) {
       const ssize_t n = ::read(fd, out.data() + done, out.size() - done);
       if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        error = static_cast<std::uint32_t>(errno);
+        outcome = read_outcome::read_failed;
+      }
       if (n <= 0) break;
       done += static_cast<std::size_t>(n);
     }
     out.resize(done);
   }
   ::close(fd);
-  return ok;
+  return outcome;
+}
+
+read_outcome open_regular_file(const char* path, std::FILE*& out, std::uint32_t& error) noexcept {
+  out = nullptr;
+  if (path == nullptr) {
+    error = EINVAL;
+    return read_outcome::cannot_open;
+  }
+  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
+  if (fd < 0) {
+    error = static_cast<std::uint32_t>(errno);
+    return read_outcome::cannot_open;
+  }
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    return read_outcome::not_regular;
+  }
+  // Reads of a regular file never wait anyway; the stream gets the plain
+  // descriptor all the same.
+  const int flags = ::fcntl(fd, F_GETFL);
+  if (flags >= 0) ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+  out = ::fdopen(fd, "rb");
+  if (out == nullptr) {
+    error = static_cast<std::uint32_t>(errno);
+    ::close(fd);
+    return read_outcome::cannot_open;
+  }
+  return read_outcome::done;
+}
+
+bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out) {
+  std::uint32_t error = 0;
+  return read_regular_file(path, limit, out, error) == read_outcome::done;
 }
 
 unsigned long write_whole_file(const char* path, const void* data, std::size_t size) noexcept {
-  const int fd = open_retry(path, O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0666);
-  if (fd < 0) return static_cast<unsigned long>(errno);
-  unsigned long error = 0;
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t n = ::write(fd, static_cast<const char*>(data) + done, size - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      error = n < 0 ? static_cast<unsigned long>(errno) : static_cast<unsigned long>(EIO);
-      break;
-    }
-    done += static_cast<std::size_t>(n);
+  if (*path == 0) return ENOENT;
+  const char* name = nullptr;
+  std::string folder_path;
+  try {
+    folder_path = folder_of(path, name);
+  } catch (...) {
+    return ENOMEM;
   }
-  if (::close(fd) != 0 && error == 0) error = static_cast<unsigned long>(errno);
-  return error;
+  if (*name == 0) return EISDIR;
+  const int folder = open_folder(folder_path.c_str());
+  if (folder < 0) return static_cast<unsigned long>(errno);
+  char passing[64];
+  const int fd = create_passing_file(folder, passing);
+  int error = fd < 0 ? errno : 0;
+  if (fd >= 0) {
+    write_all(fd, data, size, error);
+    // On the disk before the name moves, so that a crash leaves the old
+    // bytes or the new, never an empty file at `path`.
+    if (error == 0 && ::fsync(fd) != 0) error = errno;
+    if (::close(fd) != 0 && error == 0) error = errno;
+    // rename replaces whatever stands at the name, a link included, and
+    // follows nothing.
+    if (error == 0 && ::renameat(folder, passing, folder, name) != 0) error = errno;
+    if (error != 0) ::unlinkat(folder, passing, 0);
+  }
+  ::close(folder);
+  return static_cast<unsigned long>(error);
 }
 
 void debug_echo(const char* text, std::size_t length) noexcept {

@@ -28,6 +28,11 @@ bool user_name(char* out, std::size_t capacity) noexcept;
 
 unsigned long process_id() noexcept;
 
+// Whether the process runs with rights that whoever started it may lack: a
+// set-user-ID or set-group-ID program, or one with file capabilities (the
+// kernel's AT_SECURE). Windows has no such programs: always false there.
+bool secure_execution() noexcept;
+
 // A number for the calling thread: the kernel's thread id, asked of the
 // system once per thread and again after fork(); GetCurrentThreadId on
 // Windows.

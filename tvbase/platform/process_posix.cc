@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <pwd.h>
+#include <sys/auxv.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -51,6 +52,8 @@ bool user_name(char* out, std::size_t capacity) noexcept {
 }
 
 unsigned long process_id() noexcept { return static_cast<unsigned long>(::getpid()); }
+
+bool secure_execution() noexcept { return ::getauxval(AT_SECURE) != 0; }
 
 std::uint32_t thread_id() noexcept {
   if (t_thread_id == 0) {

@@ -37,6 +37,10 @@ bool user_name(char* out, std::size_t capacity) noexcept {
 
 unsigned long process_id() noexcept { return ::GetCurrentProcessId(); }
 
+// A Windows program runs with the rights of whoever started it (elevation
+// makes a new process of the same user): nothing like a set-user-ID program.
+bool secure_execution() noexcept { return false; }
+
 std::uint32_t thread_id() noexcept { return ::GetCurrentThreadId(); }
 
 local_time now() noexcept {

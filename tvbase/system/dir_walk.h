@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <string>
 #include <string_view>
 
@@ -83,15 +82,26 @@ class TVBASE_EXPORT dir_info {
 // folders to list instead of recursing, so the call stack stays flat whatever
 // the depth; where new subfolders join the queue picks breadth-first or
 // depth-first (pre-order) order. Items of a folder come in the order the
-// system lists them; only subfolders can be sorted. The walk never descends
-// into a symbolic link to a folder, so it cannot loop, but reports it to the
-// directory action like a folder. Any action may stop the walk.
+// system lists them; only subfolders can be sorted.
+//
+// The walk never descends into a symbolic link to a folder, so it cannot
+// loop, but reports it to the directory action like a folder. Each folder
+// but the start is opened from the folder it lies in (or one above), by
+// name and never through a link: a folder swapped for a link between its
+// listing and its turn is not entered, and the walk ends there with
+// list_failed, as for any folder that can't be listed. Paths are never
+// handed to the system whole, so the depth of a tree has no limit. A walk
+// holds at most 19 descriptors, whatever the width and depth of the tree:
+// the start folder, the 16 folders last used among those whose subfolders
+// still wait, the folder being listed and its listing; a folder whose own
+// is closed is reached from the nearest open one above it.
 //
 // Failure: walk() gives list_failed, with the system's code in last_error(),
-// as soon as one folder can't be listed; an empty path throws
+// as soon as one folder can't be listed or opened; an empty path throws
 // std::invalid_argument; an empty action that is needed throws
 // std::bad_function_call; an exception from an action leaves walk(). Open
-// listings are closed on every way out. One walk at a time per object.
+// folders and listings are closed on every way out. One walk at a time per
+// object.
 //
 //   os::dir_walk walker;
 //   walker.set_order(os::dir_walk::walk_order::depth_first);
@@ -145,7 +155,8 @@ class TVBASE_EXPORT dir_walk {
                             directory_action on_directory);
 
  private:
-  result list_folder(dir_info& info, std::list<std::wstring>& subfolders);
+  struct walk_state;
+  result list_folder(dir_info& info, walk_state& state);
 
   file_action file_action_;
   directory_action directory_action_;

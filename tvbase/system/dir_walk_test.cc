@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -17,6 +18,7 @@
 
 #include <tvbase/platform/dir_list.h>
 #include <tvbase/testing/exact_buffer.h>
+#include <tvbase/testing/hostile_files.h>
 #include <tvbase/testing/processes.h>
 #include <tvbase/testing/temp_dir.h>
 
@@ -254,8 +256,9 @@ TEST(DirWalk, SortFoldsCaseAndLeavesFilesAlone) {
   // Files come in the order of the listing itself.
   std::vector<std::string> listed;
   std::uint32_t error = 0;
-  platform::dir_listing* listing =
-      platform::open_dir(tree.wide() + platform::kPathSeparator, error);
+  platform::dir_handle* folder = platform::open_folder(tree.wide(), error);
+  ASSERT_NE(folder, nullptr);
+  platform::dir_listing* listing = platform::open_dir(folder, error);
   ASSERT_NE(listing, nullptr);
   wchar_t name[260];
   std::uint32_t attributes = 0;
@@ -263,6 +266,7 @@ TEST(DirWalk, SortFoldsCaseAndLeavesFilesAlone) {
     if (!(attributes & platform::kAttributeDirectory)) listed.push_back("f " + narrow(name));
   }
   platform::close_dir(listing);
+  platform::close_folder(folder);
   std::vector<std::string> files;
   for (const std::string& c : rec.calls) {
     if (c[0] == 'f' && c.find('/') == std::string::npos) files.push_back(c);
@@ -517,6 +521,184 @@ TEST(DirWalk, DeepTreesKeepTheStackFlat) {
     ASSERT_EQ(rec.calls.size(), 401u);
     EXPECT_EQ(rec.calls.back(), "f " + deep + "leaf");
   }
+}
+
+// Another user swaps a folder inside the walked tree with a symbolic link to
+// a folder of theirs (here one of the test's own, full of marker files), over
+// and over, while walks run. A walk must never list the link's target: it
+// lists the real folder under either name, sees the link as a link, or ends
+// with list_failed where the folder it was to enter became a link. A forked
+// process swaps; the walks run in a child of their own, with and without
+// openat2, until a good number of them have met the swap.
+TEST(DirWalk, NeverEntersAFolderSwappedForALink) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "swaps names with renameat2(RENAME_EXCHANGE) from a forked process; POSIX only";
+#else
+  temp_tree tree;
+  temp_tree elsewhere;
+  tree.add({"walked/dir/sub/inner", "walked/dir/plain"});
+  for (int i = 0; i < 200; ++i) tree.add({"walked/file" + std::to_string(i)});
+  elsewhere.add({"MARKER-top", "deeper/MARKER-deep"});
+  const std::string dir = (tree.root() / "walked/dir").string();
+  const std::string link = (tree.root() / "walked/link").string();
+  fs::create_directory_symlink(elsewhere.root(), link);
+  const std::wstring root = platform::path_to_wide((tree.root() / "walked").native());
+  using testing_support::openat2;
+  for (const openat2 calls : {openat2::available, openat2::refused}) {
+    SCOPED_TRACE(calls == openat2::available ? "openat2" : "names one by one");
+    testing_support::forked_child swapper([&] {
+      for (;;) {
+        if (!testing_support::exchange_names(dir, link)) return 1;
+      }
+    });
+    ASSERT_TRUE(swapper.started());
+    // 0 no leak and the swap met; 1 a leak; 2 the swap never met.
+    const int code = testing_support::in_child_with_alarm(
+        [&] {
+          int walks = 0, met = 0;
+          while (met < 1000 && walks < 20000) {
+            for (auto order :
+                 {dir_walk::walk_order::breadth_first, dir_walk::walk_order::depth_first}) {
+              ++walks;
+              dir_walk walker;
+              walker.set_order(order);
+              bool saw_link = false;
+              std::string leak;
+              const auto r = walker.walk(
+                  root,
+                  [&](const dir_info& i) {
+                    if (narrow(i.name()).starts_with("MARKER"))
+                      leak = narrow(i.subfolder()) + narrow(i.name());
+                    return file_result::go_on;
+                  },
+                  [&](const dir_info& i) {
+                    if (i.name() == L"dir" &&
+                        (i.attributes() & os::file_attribute_reparse_point) != 0)
+                      saw_link = true;
+                    return dir_result::descend;
+                  });
+              if (!leak.empty()) {
+                std::fprintf(stderr, "walk %d listed %s\n", walks, leak.c_str());
+                return 1;
+              }
+              if (r == dir_walk::result::list_failed || saw_link) ++met;
+            }
+          }
+          std::fprintf(stderr, "%d walks, %d met the swap\n", walks, met);
+          return met > 0 ? 0 : 2;
+        },
+        240, calls);
+    swapper.kill();
+    EXPECT_EQ(code, 0) << "1 a walk listed the link's target, 2 no walk met the swap";
+  }
+#endif
+}
+
+// A chain of folders whose paths are far longer than the system takes as one
+// path (200 names of 100 bytes: 20,200 bytes): the walk reaches its end in
+// both orders, with and without openat2. It runs in a child whose
+// descriptors are limited to a few more than it had, so a walk that kept one
+// per level would fail.
+TEST(DirWalk, ReachesTheEndOfAChainDeeperThanAPathCanName) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "folder chains past PATH_MAX, descriptor limits and openat2 refusal in forked "
+                  "children; POSIX only";
+#else
+  testing_support::temp_dir dir{"tvbase_walk_deep_"};
+  constexpr int kDepth = 200;
+  const std::string name(100, 'd');
+  ASSERT_TRUE(testing_support::make_folder_chain(dir.path(), name, kDepth, "leaf"));
+  const std::wstring root = platform::path_to_wide(dir.path());
+  using testing_support::openat2;
+  for (const openat2 calls : {openat2::available, openat2::refused}) {
+    for (auto order : {dir_walk::walk_order::breadth_first, dir_walk::walk_order::depth_first}) {
+      SCOPED_TRACE(std::to_string(static_cast<int>(order)) +
+                   (calls == openat2::available ? " openat2" : " one by one"));
+      const int code = testing_support::in_child_with_alarm(
+          [&] {
+            if (!testing_support::limit_open_descriptors(testing_support::open_descriptor_count() +
+                                                         24))
+              return 10;
+            dir_walk walker;
+            walker.set_order(order);
+            int folders = 0;
+            std::size_t leaf_depth = 0;
+            const auto r = walker.walk(
+                root,
+                [&](const dir_info& i) {
+                  if (i.name() == L"leaf") leaf_depth = i.subfolder().size();
+                  return file_result::go_on;
+                },
+                [&](const dir_info&) {
+                  ++folders;
+                  return dir_result::descend;
+                });
+            if (r != dir_walk::result::finished) return 20 + static_cast<int>(r);
+            if (folders != kDepth) return 30;
+            return leaf_depth == kDepth * (name.size() + 1) ? 0 : 40;
+          },
+          120, calls);
+      EXPECT_EQ(code, 0) << "10 no limit, 2x a result, 30 folders, 40 the leaf's path";
+    }
+  }
+  EXPECT_TRUE(testing_support::remove_folder_chain(dir.path(), name, "leaf"));
+#endif
+}
+
+// A tree wider than the folders a walk keeps open (40 branches, each a chain
+// of 25), so that breadth-first most folders are opened from far above:
+// every folder is reached once by its own path, and the walk never holds
+// more than 19 descriptors, with or without openat2.
+TEST(DirWalk, HoldsFewDescriptorsInWideDeepTrees) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "counts descriptors under a limit (/proc/self/fd, RLIMIT_NOFILE) with and "
+                  "without openat2; POSIX only";
+#else
+  temp_tree tree;
+  std::vector<std::string> expected;
+  for (int branch = 0; branch < 40; ++branch) {
+    std::string path = "b" + std::to_string(branch) + "/";
+    expected.push_back("d " + path.substr(0, path.size() - 1));
+    for (int level = 0; level < 25; ++level) {
+      path += "l" + std::to_string(level) + "/";
+      expected.push_back("d " + path.substr(0, path.size() - 1));
+    }
+    tree.add({path + "f"});
+    expected.push_back("f " + path + "f");
+  }
+  expected = sorted(expected);
+  using testing_support::openat2;
+  for (const openat2 calls : {openat2::available, openat2::refused}) {
+    for (auto order : {dir_walk::walk_order::breadth_first, dir_walk::walk_order::depth_first}) {
+      SCOPED_TRACE(std::to_string(static_cast<int>(order)) +
+                   (calls == openat2::available ? " openat2" : " one by one"));
+      // The most descriptors seen, or 100 + the result, or 200 for calls
+      // other than the expected ones.
+      const int code = testing_support::in_child_with_alarm(
+          [&] {
+            const int before = testing_support::open_descriptor_count();
+            if (!testing_support::limit_open_descriptors(before + 20)) return 99;
+            recorder rec;
+            dir_walk walker;
+            walker.set_order(order);
+            int most = 0;
+            auto files = rec.files();
+            const auto r = walker.walk(
+                tree.wide(),
+                [&](const dir_info& i) {
+                  most = std::max(most, testing_support::open_descriptor_count() - before);
+                  return files(i);
+                },
+                rec.folders());
+            if (r != dir_walk::result::finished) return 100 + static_cast<int>(r);
+            return sorted(rec.calls) == expected ? most : 200;
+          },
+          120, calls);
+      EXPECT_GE(code, 2);  // the start folder and the one being listed at least
+      EXPECT_LE(code, 19) << "more than 19 descriptors, or 10x a result, or 200 wrong calls";
+    }
+  }
+#endif
 }
 
 TEST(PathConversion, RoundTripsEveryByteString) {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <tvbase/system/icon_test_files.h>
+#include <tvbase/testing/hostile_files.h>
 #include <tvbase/testing/temp_dir.h>
 
 namespace {
@@ -154,6 +155,33 @@ TEST(TvGdi, ParsesTheSourceOfAModuleIcon) {
     const TvGdi::IconPtr icon(TvGdi::LoadIconA(r.source.c_str(), 16, 16));
     EXPECT_EQ(size_of(icon.get()), r.size);
   }
+}
+
+// A FIFO where an icon file or a module should be: a reader that opened it
+// and waited would hang until someone wrote to the pipe. The load runs in a
+// child with an alarm, so that a hang fails the test instead of holding it.
+TEST(TvGdi, RefusesAFifoAtOnce) {
+#if defined(_WIN32)
+  GTEST_SKIP()
+      << "a FIFO in the file system is POSIX; on Windows icons load through LoadImageA, and named "
+         "inputs are refused as pipes in ReadRegularFile.ReadsDiskFilesAndRefusesTheRest";
+#else
+  testing_support::temp_dir dir{"tvbase_gdi_fifo_"};
+  const std::string fifo = dir.path() + "icon.ico";
+  ASSERT_TRUE(testing_support::make_fifo(fifo));
+  const std::string rows[] = {fifo, fifo + ";1", fifo + ";main"};
+  for (const std::string& source : rows) {
+    SCOPED_TRACE(source);
+    EXPECT_EQ(testing_support::in_child_with_alarm(
+                  [&] {
+                    TvGdi::IconData icons[] = {{16, 16, nullptr}, {32, 32, nullptr}};
+                    TvGdi::LoadIcons(source.c_str(), icons, 2);
+                    return icons[0].icon == nullptr && icons[1].icon == nullptr ? 0 : 1;
+                  },
+                  60),
+              0);
+  }
+#endif
 }
 
 TEST(TvGdi, LeavesRecordsAndSizesAloneWhereItMust) {

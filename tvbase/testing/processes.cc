@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -33,6 +34,19 @@ exit_status status_of(int raw) {
   return s;
 }
 
+// Whether the child `pid` ends within `seconds`; it is not reaped.
+bool ended_within(long pid, int seconds) {
+  for (long waited_ms = 0; waited_ms < seconds * 1000L; waited_ms += 10) {
+    siginfo_t info{};
+    if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_pid != 0) {
+      return true;
+    }
+    ::usleep(10000);
+  }
+  return false;
+}
+
 void drain(int& fd, std::string& text) {
   char buffer[4096];
   for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;)
@@ -41,11 +55,23 @@ void drain(int& fd, std::string& text) {
   fd = -1;
 }
 
+// A child of the test ends with it: a test that dies (an assertion in a
+// forked copy, the memory checker running out of memory) must not leave
+// tracers spinning on and filling the disk. The flag survives exec.
+void end_with_parent(pid_t parent) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != parent) ::_exit(127);
+}
+
 }  // namespace
 
 forked_child::forked_child(const std::function<int()>& body) {
+  const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
-  if (pid == 0) ::_exit(body());
+  if (pid == 0) {
+    end_with_parent(parent);
+    ::_exit(body());
+  }
   pid_ = pid;
 }
 
@@ -66,6 +92,32 @@ exit_status forked_child::wait() {
   return status_;
 }
 
+exit_status forked_child::wait(int seconds) {
+  if (pid_ > 0 && !ended_within(pid_, seconds)) kill();
+  return wait();
+}
+
+bool become_other_user() {
+  if (::setgroups(0, nullptr) != 0 || ::setgid(kOtherUser) != 0 || ::setuid(kOtherUser) != 0) {
+    return false;
+  }
+  // A change of user clears the signal that ends a child with its parent.
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  return true;
+}
+
+int exec_program(const std::vector<std::string>& words, const std::string& out_path) {
+  if (words.empty()) return 127;
+  const int out = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (out < 0 || ::dup2(out, 1) < 0) return 127;
+  std::vector<std::string> copy = words;
+  std::vector<char*> argv;
+  for (std::string& w : copy) argv.push_back(w.data());
+  argv.push_back(nullptr);
+  ::execv(argv[0], argv.data());
+  return 127;
+}
+
 int in_child(const std::function<int()>& body) {
   forked_child child(body);
   const exit_status s = child.wait();
@@ -76,12 +128,12 @@ std::optional<std::string> as_other_user(const std::function<std::string()>& bod
   if (::geteuid() != 0) return std::nullopt;
   int fds[2];
   if (::pipe(fds) != 0) return std::nullopt;
+  const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
   if (pid == 0) {
+    end_with_parent(parent);
     ::close(fds[0]);
-    if (::setgroups(0, nullptr) != 0 || ::setgid(kOtherUser) != 0 || ::setuid(kOtherUser) != 0) {
-      ::_exit(3);
-    }
+    if (!become_other_user()) ::_exit(3);
     const std::string out = body();
     std::size_t done = 0;
     while (done < out.size()) {
@@ -118,8 +170,11 @@ program::program(std::vector<std::string> words,
                  const std::vector<std::pair<std::string, std::string>>& environment) {
   int out[2], err[2];
   if (words.empty() || ::pipe(out) != 0 || ::pipe(err) != 0) return;
+  const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
   if (pid == 0) {
+    end_with_parent(parent);
+    ::setpgid(0, 0);  // a group of its own, which finish(seconds) can end whole
     ::dup2(out[1], 1);
     ::dup2(err[1], 2);
     for (int fd : {out[0], out[1], err[0], err[1]}) ::close(fd);
@@ -131,6 +186,7 @@ program::program(std::vector<std::string> words,
     ::_exit(127);
   }
   pid_ = pid;
+  if (pid > 0) ::setpgid(pid, pid);  // as the child does: whichever comes first
   ::close(out[1]);
   ::close(err[1]);
   out_ = out[0];
@@ -158,6 +214,18 @@ int program::finish() {
   pid_ = 0;
   status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
   return status_;
+}
+
+int program::finish(int seconds) {
+  if (pid_ <= 0) return status_;
+  // Output is drained only at the end: the programs tests start this way say
+  // little, far less than a pipe holds. A hung program is killed with its
+  // whole group: a child it made may hold the pipes open.
+  if (!ended_within(pid_, seconds)) {
+    ::kill(-static_cast<pid_t>(pid_), SIGKILL);
+    ::kill(static_cast<pid_t>(pid_), SIGKILL);  // should it hang before it has its group
+  }
+  return finish();
 }
 
 bool program::wait_for(int fd, std::string& read, const std::string& text, int seconds) {

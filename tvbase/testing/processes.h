@@ -64,15 +64,25 @@ class forked_child {
   forked_child& operator=(const forked_child&) = delete;
 
   bool started() const { return pid_ > 0; }
+  // The child's process number, which a program it runs (exec_program) keeps.
+  long pid() const { return pid_; }
   // Sends the kill signal (SIGKILL) if the child still runs.
   void kill();
   // Waits for the end (once; later calls give the same).
   exit_status wait();
+  // The same, but a child still running after `seconds` is killed first: a
+  // guard against a hang, never a measure of time.
+  exit_status wait(int seconds);
 
  private:
   long pid_ = -1;
   exit_status status_;
 };
+
+// Replaces this process (a forked child) by the program `words` (its path
+// and arguments), with its standard output going to the file `out_path`
+// (replaced). Returns, with 127, only if that failed.
+int exec_program(const std::vector<std::string>& words, const std::string& out_path);
 
 // Runs `body` in a forked child and waits: its exit code, or -1 if it didn't
 // exit normally.
@@ -100,6 +110,10 @@ class program {
   // Waits for the end; gives the exit status, or 128 + the signal that
   // ended it.
   int finish();
+  // The same, but a program still running after `seconds` is killed first,
+  // with the processes it started (a program runs in a process group of its
+  // own): a guard against a hang, never a measure of time.
+  int finish(int seconds);
   const std::string& out() const { return out_text_; }
   const std::string& err() const { return err_text_; }
 
@@ -119,6 +133,10 @@ inline constexpr unsigned kOtherUser = 65534;
 // process can't make such a child (it doesn't run as root): the caller skips.
 // A body that dies or exits early gives "<child ended: ...>".
 std::optional<std::string> as_other_user(const std::function<std::string()>& body);
+
+// Gives up root for kOtherUser in this process (a forked child); false if
+// that failed.
+bool become_other_user();
 
 // Runs a program to its end, on this process's standard streams, started as
 // cheaply as the system allows (the peer runs of the benchmarks). `words[0]`

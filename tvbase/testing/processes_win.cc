@@ -117,6 +117,14 @@ void forked_child::kill() {}
 
 exit_status forked_child::wait() { return status_; }
 
+exit_status forked_child::wait(int) { return status_; }
+
+// Nothing to replace: there is no forked child to run the program in.
+int exec_program(const std::vector<std::string>&, const std::string&) { return 127; }
+
+// Windows tests have one user: there is no second account to become.
+bool become_other_user() { return false; }
+
 int in_child(const std::function<int()>&) { return -1; }
 
 std::optional<std::string> as_other_user(const std::function<std::string()>&) {
@@ -184,6 +192,16 @@ int program::finish() {
   pid_ = 0;
   status_ = static_cast<int>(code);
   return status_;
+}
+
+// A program still running after `seconds` is ended first, with the exit code
+// a SIGKILL would give on POSIX, which closes its ends of the pipes.
+int program::finish(int seconds) {
+  if (pid_ > 0 &&
+      ::WaitForSingleObject(as_handle(pid_), static_cast<DWORD>(seconds) * 1000) == WAIT_TIMEOUT) {
+    ::TerminateProcess(as_handle(pid_), 128 + SIGKILL);
+  }
+  return finish();
 }
 
 bool program::wait_for(int fd, std::string& read, const std::string& text, int seconds) {

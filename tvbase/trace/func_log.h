@@ -29,14 +29,19 @@ struct TvLogThreadState;
 //
 // (date, time, thread, "!" while an exception is in flight, 4 blanks per
 // level). Whether a process traces is decided once, at load, from TvLog.cfg
-// beside the program or from the record shared by all processes (see
+// beside the program or from the record shared by the user's processes (see
 // SaveLogCfg and SetSharedLogCfg); without a log file every call costs a
-// thread-local lookup and a counter. The object keeps `name` as a pointer:
-// the text must outlive it. Nothing here throws or reports a failure: a
-// failure means no output, and an object without a thread state (made by the
-// default constructor, or on a thread whose state couldn't be made) does
-// nothing at all. Lines are at most 8,191 characters: a plain text is cut
-// there, a formatted item that doesn't fit is dropped.
+// thread-local lookup and a counter. The log file is the process's own: a new
+// file of mode 0600, made only in a folder that no other user can add names
+// to or take names from (owned by the process's user or root, and sticky
+// where others may write); whatever stood at its name is replaced or, where
+// it can't be removed, there is no log. A set-user-ID program never traces.
+// The object keeps `name` as a pointer: the text must outlive it. Nothing
+// here throws or reports a failure: a failure means no output, and an object
+// without a thread state (made by the default constructor, or on a thread
+// whose state couldn't be made) does nothing at all. Lines are at most 8,191
+// characters: a plain text is cut there, a formatted item that doesn't fit is
+// dropped.
 //
 //   void Foo(int a, unsigned b) {
 //     TvFuncLog log("Foo");                     // enter line "Foo(  )"
@@ -113,17 +118,20 @@ class TVBASE_EXPORT TvFuncLog {
   // The configuration record. They use no field of the object. No string may
   // be null (a null is taken as an empty text).
   //
-  // Writes the 4,880-byte record to `path`, replacing the file. The result
-  // says whether the strings fit: false with error 160 when one is too long
-  // (the file is not touched). `*error` (if `error` isn't null) is then 0, or
-  // the system's code for a create or write that failed.
+  // Writes the 4,880-byte record to `path`, replacing the file: through a
+  // new file in the same folder renamed into place, so a link at `path` is
+  // replaced and never followed. The result says whether the strings fit:
+  // false with error 160 when one is too long (the file is not touched).
+  // `*error` (if `error` isn't null) is then 0, or the system's code for a
+  // create, write or rename that failed.
   [[nodiscard]] static bool SaveLogCfg(const char* path, const char* logFolder, bool deleteOnClose,
                                        bool debugEcho, const char* programs, const char* users,
                                        const char* options, bool filter0, bool filter1,
                                        unsigned long* error) noexcept;
-  // Replaces the record shared by all processes; false, changing nothing, if
-  // a string is too long. Waits, 100 ms at a time, while another process
-  // holds the shared record's lock.
+  // Replaces the record shared by the processes of this process's user (one
+  // record per user, never one that other users' programs read); false,
+  // changing nothing, if a string is too long. Waits, 100 ms at a time, while
+  // another process holds the shared record's lock.
   [[nodiscard]] static bool SetSharedLogCfg(const char* logFolder, bool deleteOnClose,
                                             bool debugEcho, const char* programs, const char* users,
                                             const char* options, bool filter0,

@@ -18,6 +18,8 @@
 #include <tvbase/platform/file.h>
 #include <tvbase/platform/process.h>
 #include <tvbase/testing/allocation_counter.h>
+#include <tvbase/testing/processes.h>
+#include <tvbase/testing/system_objects.h>
 #include <tvbase/trace/log_cfg.h>
 #include <tvbase/trace/log_sink.h>
 #include <tvbase/trace/test_support.h>
@@ -462,6 +464,9 @@ TEST(ThreadState, FailedAllocationMakesTheThreadInert) {
   EXPECT_EQ(trace::LiveThreadStates(), live);
 }
 
+// A hang guard for children that must end on their own.
+constexpr int kHang = 20;
+
 // A sink built from a real configuration, as at load.
 class SinkTest : public ::testing::Test {
  protected:
@@ -475,11 +480,30 @@ class SinkTest : public ::testing::Test {
   }
   trace::ActivationEnv env() {
     program_ = dir_.path() + "app";
-    return {program_.c_str(), nullptr, platform::process_id(), fixed_time};
+    return {program_.c_str(), nullptr, platform::process_id(), fixed_time, false};
   }
   std::string log_path() const {
     return dir_.path() + "app." + std::to_string(platform::process_id()) +
            " 03-02-2026 09.05.07.012.log";
+  }
+
+  // In a forked child that runs as root (`user` 0) or as the second user:
+  // builds the sink as at load, as process `pid` (0: the child's own number),
+  // writes a line and takes it down. Exit code 1 if there was a log file,
+  // else 0; killed after kHang seconds if the load never ends.
+  testing_support::exit_status build_as(unsigned user, unsigned long pid) {
+    testing_support::forked_child child([&] {
+      if (user != 0 && !testing_support::become_other_user()) return 9;
+      trace::ActivationEnv e = env();
+      if (pid != 0) e.processId = pid;
+      TvLogSink sink;
+      sink.Build(trace::DecideActivation(shared_, e));
+      sink.Write("line", 4);
+      const bool made = sink.file >= 0;
+      sink.TakeDown();
+      return made ? 1 : 0;
+    });
+    return child.wait(kHang);
   }
 
   temp_dir dir_;
@@ -511,7 +535,9 @@ TEST_F(SinkTest, DeleteOnClose) {
   }
 }
 
-TEST_F(SinkTest, NeverWritesThroughASymbolicLink) {
+// A link at the log's name is replaced by a file of the process's own; its
+// target is never written.
+TEST_F(SinkTest, ReplacesASymbolicLinkAtItsName) {
   configure(false);
   const std::string target = dir_.path() + "target";
   trace_test::write_file(target, "precious");
@@ -520,10 +546,13 @@ TEST_F(SinkTest, NeverWritesThroughASymbolicLink) {
   if (error) GTEST_SKIP() << "no symbolic link can be made here: " << error.message();
   TvLogSink sink;
   sink.Build(trace::DecideActivation(shared_, env()));
-  EXPECT_EQ(sink.file, -1);
+  EXPECT_GE(sink.file, 0);
   sink.Write("line", 4);
   sink.TakeDown();
   EXPECT_EQ(trace_test::read_file(target), "precious");
+  EXPECT_FALSE(std::filesystem::is_symlink(log_path()));
+  EXPECT_EQ(trace_test::read_file(log_path()), "line\r\n");
+  EXPECT_EQ(testing_support::file_mode(log_path()), 0600);
 }
 
 TEST_F(SinkTest, MissingLogFolderMeansNoFile) {
@@ -536,6 +565,144 @@ TEST_F(SinkTest, MissingLogFolderMeansNoFile) {
   sink.Build(trace::DecideActivation(shared_, env()));
   EXPECT_EQ(sink.file, -1);
   sink.TakeDown();
+}
+
+// The log's folder as another user could shape it, and the process that
+// traces as root or as a second user: a log is made only where nobody but
+// the folder's owner decides what its names are, and the owner is the
+// process's user or root. The process (a forked child, as `victim`) builds
+// its sink from TvLog.cfg beside the program.
+TEST_F(SinkTest, LogsOnlyIntoFoldersThatOthersCannotChange) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "folders given to a second uid by chown/chmod as root; POSIX only";
+#else
+  if (testing_support::effective_uid() != 0) GTEST_SKIP() << "needs root, to act as other users";
+  constexpr unsigned kRoot = 0;
+  constexpr unsigned kOther = testing_support::kOtherUser;
+  constexpr unsigned kThird = 12345;  // a user with no processes, for a folder's owner
+  const struct {
+    const char* what;
+    unsigned victim, owner, mode;
+    bool log;
+  } rows[] = {
+      {"root's own, 0755", kRoot, kRoot, 0755, true},
+      {"root's own, 0700", kRoot, kRoot, 0700, true},
+      {"root's, writable by all, sticky", kRoot, kRoot, 01777, true},
+      {"root's, writable by all, not sticky", kRoot, kRoot, 0777, false},
+      {"root's, writable by its group, not sticky", kRoot, kRoot, 0775, false},
+      {"root's, writable by its group, sticky", kRoot, kRoot, 01775, true},
+      {"another user's, 0755", kRoot, kOther, 0755, false},
+      {"another user's, writable by all, sticky", kRoot, kOther, 01777, false},
+      {"a user's own, 0755", kOther, kOther, 0755, true},
+      {"a user's own, writable by all, not sticky", kOther, kOther, 0777, false},
+      {"a user's in root's, writable by all, sticky", kOther, kRoot, 01777, true},
+      {"a user's in root's, writable by all, not sticky", kOther, kRoot, 0777, false},
+      {"a user's in a third user's, writable by all, sticky", kOther, kThird, 01777, false},
+  };
+  int i = 0;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    const std::string folder = dir_.path() + "f" + std::to_string(i++) + "/";
+    ASSERT_TRUE(std::filesystem::create_directory(folder));
+    ASSERT_TRUE(testing_support::set_owner(folder, row.owner));
+    ASSERT_TRUE(testing_support::set_mode(folder, row.mode));
+    TvLogCfg cfg{};
+    ASSERT_TRUE(trace::FillLogCfg(cfg, {folder.c_str(), false, false, "*", "*", "", true, true}));
+    trace_test::write_file(dir_.path() + "TvLog.cfg",
+                           std::string(reinterpret_cast<const char*>(&cfg), sizeof cfg));
+    const testing_support::exit_status status = build_as(row.victim, 0);
+    ASSERT_TRUE(status.exited);
+    EXPECT_EQ(status.code, row.log ? 1 : 0);
+    const std::vector<std::string> names = trace_test::files_in(folder);
+    ASSERT_EQ(names.size(), row.log ? 1u : 0u);
+    if (row.log) {
+      const testing_support::file_status log = testing_support::status_of(folder + names[0]);
+      EXPECT_TRUE(log.regular);
+      EXPECT_EQ(log.owner, row.victim);
+      EXPECT_EQ(log.mode, 0600u);
+      EXPECT_EQ(trace_test::read_file(folder + names[0]), "line\r\n");
+    }
+  }
+#endif
+}
+
+// Another user plants the names that a process is going to log to (its
+// program, process number and start time can be guessed) in a folder that
+// all may write, as /tmp: files of theirs, with a second name to read them
+// by, pipes, and links. The process replaces what it may remove and refuses
+// the rest; it never writes into, and never waits on, what was planted. A
+// process that can't finish its load is killed after kHang seconds: a hang,
+// never a time.
+TEST_F(SinkTest, PlantedNamesNeverGetTheTrace) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "names planted by a second uid as root (files, FIFOs, links); POSIX only";
+#else
+  if (testing_support::effective_uid() != 0) GTEST_SKIP() << "needs root, to act as other users";
+  constexpr unsigned kRoot = 0;
+  constexpr unsigned kOther = testing_support::kOtherUser;
+  enum planted { file, fifo, link };
+  const struct {
+    const char* what;
+    unsigned planter, victim;
+    planted kind;
+    bool replaced;  // else refused: no log, the planted name stays
+  } rows[] = {
+      {"a user's file, root traces", kOther, kRoot, file, true},
+      {"a user's pipe, root traces", kOther, kRoot, fifo, true},
+      {"a user's link to root's file, root traces", kOther, kRoot, link, true},
+      {"root's file, a user traces", kRoot, kOther, file, false},
+      {"root's pipe, a user traces", kRoot, kOther, fifo, false},
+      {"a third user's file, a user traces", 12345, kOther, file, false},
+  };
+  const std::string folder = dir_.path() + "tmp/";
+  ASSERT_TRUE(std::filesystem::create_directory(folder));
+  ASSERT_TRUE(testing_support::set_mode(folder, 01777));
+  TvLogCfg cfg{};
+  ASSERT_TRUE(trace::FillLogCfg(cfg, {folder.c_str(), false, false, "*", "*", "", true, true}));
+  trace_test::write_file(dir_.path() + "TvLog.cfg",
+                         std::string(reinterpret_cast<const char*>(&cfg), sizeof cfg));
+  const std::string name = folder + "app.4242 03-02-2026 09.05.07.012.log";
+  const std::string second = folder + "second-name";
+  const std::string precious = dir_.path() + "precious";
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    trace_test::write_file(precious, "precious");
+    switch (row.kind) {
+      case file:
+        trace_test::write_file(name, "");
+        ASSERT_TRUE(testing_support::set_mode(name, 0666));
+        std::filesystem::create_hard_link(name, second);
+        break;
+      case fifo: ASSERT_TRUE(testing_support::make_fifo(name)); break;
+      case link: std::filesystem::create_symlink(precious, name); break;
+    }
+    ASSERT_TRUE(testing_support::set_owner(name, row.planter));
+    const testing_support::file_status before = testing_support::status_of(name);
+    const testing_support::exit_status status = build_as(row.victim, 4242);
+    ASSERT_TRUE(status.exited) << "the load waited on what was planted";
+    EXPECT_EQ(status.code, row.replaced ? 1 : 0);
+    const testing_support::file_status after = testing_support::status_of(name);
+    if (row.replaced) {
+      EXPECT_TRUE(after.regular);
+      EXPECT_EQ(after.owner, row.victim);
+      EXPECT_EQ(after.mode, 0600u);
+      EXPECT_EQ(trace_test::read_file(name), "line\r\n");
+    } else {
+      EXPECT_EQ(after.fifo, before.fifo);
+      EXPECT_EQ(after.owner, before.owner);
+      EXPECT_EQ(after.mode, before.mode);
+      if (after.regular) {
+        EXPECT_EQ(trace_test::read_file(name), "");
+      }
+    }
+    if (row.kind == file) {
+      EXPECT_EQ(trace_test::read_file(second), "") << "the planter could read the trace";
+    }
+    EXPECT_EQ(trace_test::read_file(precious), "precious");
+    std::filesystem::remove(name);
+    std::filesystem::remove(second);
+  }
+#endif
 }
 
 }  // namespace

@@ -134,11 +134,12 @@ eSharedCfgState ReadSharedLogCfg(TvSharedData& shared, TvLogCfg& out,
 
 ActivationEnv ProcessActivationEnv(char (&path)[260]) noexcept {
   return {platform::executable_path(path, sizeof path) ? path : nullptr, platform::user_name,
-          platform::process_id(), platform::now};
+          platform::process_id(), platform::now, platform::secure_execution()};
 }
 
 ActivationDecision DecideActivation(TvSharedData& shared, const ActivationEnv& env) noexcept {
   ActivationDecision d;
+  if (env.secureExecution) return d;
   const char* path = env.programPath;
   if (path == nullptr || std::strlen(path) >= kPathLimit) return d;
   const char* slash = nullptr;

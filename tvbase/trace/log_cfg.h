@@ -2,10 +2,10 @@
 #define TVBASE_TRACE_LOG_CFG_H
 
 // The record that switches the call trace on, byte for byte the same in the
-// file "TvLog.cfg" beside a program and in the block shared by all processes.
-// Numbers are little-endian; strings are 8-bit text ended by a zero inside
-// their field. A record is valid when `version` is 1 and `crc` is the TvCrc
-// (default start value) of every byte before it.
+// file "TvLog.cfg" beside a program and in the block shared by one user's
+// processes. Numbers are little-endian; strings are 8-bit text ended by a
+// zero inside their field. A record is valid when `version` is 1 and `crc`
+// is the TvCrc (default start value) of every byte before it.
 
 #include <bit>
 #include <cstddef>
@@ -112,6 +112,9 @@ struct ActivationEnv {
   bool (*userName)(char* out, std::size_t capacity);
   unsigned long processId;
   platform::local_time (*now)();
+  // The process runs with rights its starter may lack (set-user-ID and the
+  // like): it never traces, whatever any configuration says.
+  bool secureExecution;
 };
 
 // The environment of this process.
@@ -132,11 +135,16 @@ struct ActivationDecision {
 };
 
 // Decides, once per process at load, whether the process traces, and with
-// which options and log file name. Every "no" is silent. On Linux the
-// program's file name follows the last '/', "TvLog.cfg" is looked for in the
-// program's folder, and a program called "LogTune" or "LogTune.exe" (in any
-// case) never traces. A valid shared record that is set and not locked wins
-// over the file; a damaged one is cleared.
+// which options and log file name. Every "no" is silent. A process that runs
+// with secureExecution never traces and reads nothing: a trace shows the
+// texts its functions are given, and the log's folder comes from a record
+// that its starter may have written. On Linux the program's file name
+// follows the last '/', "TvLog.cfg" is looked for in the program's folder
+// (only a regular file is read; a pipe there is never waited for), and a
+// program called "LogTune" or "LogTune.exe" (in any case) never traces. A
+// valid shared record that is set and not locked wins over the file; a
+// damaged one is cleared. The shared record is the one of the process's
+// user (see <tvbase/frame/shared_data.h>).
 [[nodiscard]] ActivationDecision DecideActivation(TvSharedData& shared,
                                                   const ActivationEnv& env) noexcept;
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -155,6 +156,7 @@ TEST(SaveLogCfg, Failures) {
   temp_dir dir;
   const std::string existing = dir.path() + "old.cfg";
   trace_test::write_file(existing, "keep me");
+  std::filesystem::create_directory(dir.path() + "sub");
   const std::string long_users(2045, 'u');
   const struct {
     const char* what;
@@ -164,12 +166,14 @@ TEST(SaveLogCfg, Failures) {
     unsigned long error;
   } rows[] = {
 #if defined(_WIN32)
-    // ERROR_PATH_NOT_FOUND and ERROR_ACCESS_DENIED
+    // ERROR_PATH_NOT_FOUND, and ERROR_ACCESS_DENIED where a folder stands
     {"missing folder", dir.path() + "no/such/TvLog.cfg", "*", true, 3},
     {"a folder at the path", dir.path(), "*", true, 5},
+    {"a folder at the name", dir.path() + "sub", "*", true, 5},
 #else
     {"missing folder", dir.path() + "no/such/TvLog.cfg", "*", true, ENOENT},
     {"a folder at the path", dir.path(), "*", true, EISDIR},
+    {"a folder at the name", dir.path() + "sub", "*", true, EISDIR},
 #endif
     {"users too long", existing, long_users.c_str(), false, 160},
   };
@@ -185,6 +189,40 @@ TEST(SaveLogCfg, Failures) {
   EXPECT_FALSE(TvFuncLog::SaveLogCfg(existing.c_str(), "", false, false, "*", long_users.c_str(),
                                      "", true, true, nullptr));
   EXPECT_EQ(trace_test::read_file(existing), "keep me");
+  EXPECT_EQ(trace_test::files_in(dir.path()), (std::vector<std::string>{"old.cfg", "sub"}))
+      << "a passing file was left behind";
+}
+
+// A link at the path is replaced by the record's file; what it points to,
+// or would make, is never written. No passing file is left behind.
+TEST(SaveLogCfg, ReplacesALinkAtThePathNeverItsTarget) {
+  const struct {
+    const char* what;
+    bool target_exists;
+  } rows[] = {{"link to a file", true}, {"link to nothing", false}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    temp_dir dir;
+    const std::string target = dir.path() + "target";
+    const std::string path = dir.path() + "TvLog.cfg";
+    if (row.target_exists) trace_test::write_file(target, "precious");
+    std::filesystem::create_symlink(target, path);
+    unsigned long error = 99;
+    EXPECT_TRUE(TvFuncLog::SaveLogCfg(path.c_str(), "/l/", false, false, "*", "*", "", true, false,
+                                      &error));
+    EXPECT_EQ(error, 0u);
+    EXPECT_FALSE(std::filesystem::is_symlink(path));
+    EXPECT_EQ(trace_test::read_file(path),
+              bytes_of(filled({"/l/", false, false, "*", "*", "", true, false})));
+    EXPECT_EQ(std::filesystem::exists(target), row.target_exists);
+    if (row.target_exists) {
+      EXPECT_EQ(trace_test::read_file(target), "precious");
+    }
+    const std::vector<std::string> expected = row.target_exists
+                                                  ? std::vector<std::string>{"TvLog.cfg", "target"}
+                                                  : std::vector<std::string>{"TvLog.cfg"};
+    EXPECT_EQ(trace_test::files_in(dir.path()), expected);
+  }
 }
 
 TEST(SharedLogCfg, SetClearAndDamage) {
@@ -226,7 +264,7 @@ class DecideActivationTest : public ::testing::Test {
 
   trace::ActivationEnv env(const std::string& program) {
     program_ = dir_.path() + program;
-    return {program_.c_str(), alice, 4242, fixed_time};
+    return {program_.c_str(), alice, 4242, fixed_time, false};
   }
   void save(const LogCfgFields& fields) {
     trace_test::write_file(dir_.path() + "TvLog.cfg", bytes_of(filled(fields)));
@@ -410,6 +448,41 @@ TEST_F(DecideActivationTest, LogTuneIgnoresEvenTheSharedRecord) {
   EXPECT_FALSE(decide(env("LOGTUNE")));
   EXPECT_FALSE(decide(env("LogTune.exe")));
   EXPECT_EQ(shared_.cfgSet, 1u);
+}
+
+// A process that runs with rights its starter may lack never traces, and
+// never touches the shared record: not even a damaged one is cleared.
+TEST_F(DecideActivationTest, SecureExecutionNeverTraces) {
+  const struct {
+    const char* what;
+    bool shared, damaged, locked;
+  } rows[] = {
+      {"the file alone", false, false, false},
+      {"a shared record", true, false, false},
+      {"a damaged shared record", true, true, false},
+      {"a locked shared record", true, false, true},
+  };
+  save(all_on());
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    shared_ = TvSharedData{};
+    if (row.shared) {
+      ASSERT_TRUE(trace::SetSharedLogCfg(shared_, all_on("/shared/")));
+    }
+    if (row.damaged) trace::SharedLogCfg(shared_).version = 2;
+    shared_.lock = row.locked ? 1 : 0;
+    trace::ActivationEnv e = env("app");
+    ASSERT_TRUE(decide(e)) << "traces when not secure";
+    if (row.damaged) {
+      ASSERT_TRUE(trace::SetSharedLogCfg(shared_, all_on("/shared/")));
+      trace::SharedLogCfg(shared_).version = 2;
+    }
+    e.secureExecution = true;
+    EXPECT_FALSE(decide(e));
+    EXPECT_STREQ(decision_.fileName, "");
+    EXPECT_EQ(shared_.cfgSet, row.shared ? 1u : 0u);
+    EXPECT_EQ(shared_.lock, row.locked ? 1u : 0u);
+  }
 }
 
 // ---------------------------------------------------------------------------

@@ -4,27 +4,43 @@
 //
 //   trace_helper run N      traces N calls, prints the log file's name or "-"
 //   trace_helper crash N    the same, but dies by SIGKILL before main returns
-//   trace_helper spin       traces calls until it is killed
+//   trace_helper spin       traces calls until it is killed (at most kSpinCalls)
 //   trace_helper full BYTES N M   traces N calls under a file size limit of
 //                           BYTES (SIGXFSZ ignored), lifts it, traces M more
 //   trace_helper hold-lock  takes the shared record's lock word, says "held"
 //                           on standard error and waits to be killed
 //   trace_helper set FOLDER PROGRAMS DELETE   sets the shared record
 //   trace_helper state      prints the shared record's flag and lock word
+//   trace_helper wait-for PATH [fork]   prints the log file's name or "-",
+//                           waits until PATH exists, traces a call (in a
+//                           child made by fork() too, which ends normally
+//                           first), then ends normally: both unload
+//   trace_helper distinct PATH   prints the log file's name or "-", the
+//                           shared block's name (empty for a private block)
+//                           and a distinct number, waits until PATH exists,
+//                           prints another (an application may use any part
+//                           of the library)
+//   trace_helper block      prints the shared block's name
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <thread>
 
+#include <tvbase/form/distinct_value.h>
 #include <tvbase/frame/shared_data.h>
 #include <tvbase/testing/processes.h>
 #include <tvbase/trace/func_log.h>
 #include <tvbase/trace/log_sink.h>
 
 namespace {
+
+// A spinner whose test died before killing it stops on its own: 2,000,000
+// calls are some 350 MB of log, far more than any test waits for.
+constexpr long kSpinCalls = 2'000'000;
 
 void traced_calls(long count, bool crash) {
   TvFuncLog log("main");
@@ -33,6 +49,10 @@ void traced_calls(long count, bool crash) {
     step.WriteLineFormat("i=%ld", i);
   }
   if (crash) testing_support::kill_this_process();
+}
+
+void wait_for_file(const char* path) {
+  while (!std::filesystem::exists(path)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
 }
 
 void print_log_name() {
@@ -53,7 +73,7 @@ int main(int argc, char** argv) {
   }
   if (mode == "spin" && argc == 2) {
     print_log_name();
-    traced_calls(-1, false);
+    traced_calls(kSpinCalls, false);
     return 0;
   }
   if (mode == "full" && argc == 5) {
@@ -75,6 +95,31 @@ int main(int argc, char** argv) {
                                       "", true, true)
                ? 0
                : 1;
+  }
+  if (mode == "wait-for" && (argc == 3 || (argc == 4 && std::strcmp(argv[3], "fork") == 0))) {
+    print_log_name();
+    wait_for_file(argv[2]);
+    if (argc == 4) {
+      const int status = testing_support::in_child([]() -> int {
+        traced_calls(1, false);
+        std::exit(0);  // a normal end, which unloads the library in the child
+      });
+      if (status != 0) return 4;
+    }
+    traced_calls(1, false);
+    return 0;
+  }
+  if (mode == "distinct" && argc == 3) {
+    print_log_name();
+    std::printf("%s\n%llu\n", frame::shared_block_object_name(), distinct_value::get());
+    std::fflush(stdout);
+    wait_for_file(argv[2]);
+    std::printf("%llu\n", distinct_value::get());
+    return 0;
+  }
+  if (mode == "block" && argc == 2) {
+    std::printf("%s\n", frame::shared_block_object_name());
+    return 0;
   }
   if (mode == "state" && argc == 2) {
     const TvSharedData& shared = *TvGetSharedData();
