@@ -22,6 +22,9 @@
 
 namespace {
 
+// Wide enough for any magnitude the checks build up (a GNU extension).
+__extension__ typedef unsigned __int128 uint128;
+
 using json::functions;
 
 bool is_digit(wchar_t c) { return c >= L'0' && c <= L'9'; }
@@ -83,7 +86,7 @@ void check_integer_reads(const std::wstring& text) {
   json::object value;
   value = json::number(text);
   const bool negative = text[0] == L'-';
-  unsigned __int128 magnitude = 0;
+  uint128 magnitude = 0;
   bool huge = false;
   for (std::size_t i = negative ? 1 : 0; i < text.size() && is_digit(text[i]); ++i) {
     magnitude = magnitude * 10 + static_cast<unsigned>(text[i] - L'0');
@@ -95,12 +98,12 @@ void check_integer_reads(const std::wstring& text) {
       if (got) std::abort();
       return;
     }
-    const unsigned __int128 mask = (static_cast<unsigned __int128>(1) << bits) - 1;
-    const unsigned __int128 wanted = (negative ? 0 - magnitude : magnitude) & mask;
-    if (!got || (static_cast<unsigned __int128>(*got) & mask) != wanted) std::abort();
+    const uint128 mask = (static_cast<uint128>(1) << bits) - 1;
+    const uint128 wanted = (negative ? 0 - magnitude : magnitude) & mask;
+    if (!got || (static_cast<uint128>(*got) & mask) != wanted) std::abort();
   };
-  const unsigned __int128 int64_limit = static_cast<unsigned __int128>(1) << 63;
-  const unsigned __int128 int_limit = static_cast<unsigned __int128>(1) << 31;
+  const uint128 int64_limit = static_cast<uint128>(1) << 63;
+  const uint128 int_limit = static_cast<uint128>(1) << 31;
   expect(read_or_range([&] { return value.as_int64(0); }),
          !huge && magnitude < int64_limit + negative, 64);
   expect(read_or_range([&] { return value.as_int(0); }), !huge && magnitude < int_limit + negative,

@@ -58,7 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::memcpy(&raw, data, sizeof raw);
   const unsigned long v = raw;
   const unsigned long low = v & 0xFFFFFFFFul;
-  const unsigned long other = v >> 32;
+  // The upper half (an unsigned long has none on Windows, where it is 32 bits).
+  const auto other = static_cast<unsigned long>(raw >> 32);
   for (int type = -2; type <= 5; ++type) {
     const auto t = static_cast<TvVersion::CompareType>(type);
     for (const bool no_underscore : {false, true}) {

@@ -162,3 +162,38 @@ printf '\n# forty variables, each twice the one before: 8 TiB if expanded\n'
 } > "$scratch/bomb.css"
 show tvbase css "$scratch/bomb.css"
 rm -rf "$scratch"
+
+# The same library built for Windows, run under wine64, when the Makefile
+# built it (the MinGW-w64 toolchain and wine64 are there).
+windows=${2:-}
+if [[ -n "$windows" && -x /usr/lib/wine/wine64 && -f "$windows/tools/tvbase/tvbase.exe" ]]; then
+  export WINEPREFIX="$PWD/$windows/wine" WINEDEBUG=-all
+  /usr/lib/wine/wineserver -p >/dev/null 2>&1 </dev/null &
+  /usr/lib/wine/wine64 wineboot >/dev/null 2>&1 </dev/null  # see scripts/wine.sh
+  wine() { /usr/lib/wine/wine64 "$@"; }
+  win_tvbase() { wine "$windows/tools/tvbase/tvbase.exe" "$@"; }
+  win_logtune() { wine "$windows/tools/logtune/logtune.exe" "$@"; }
+  section "On Windows: tvbase.exe under wine64 (16-bit wchar_t, the Win32 calls)"
+  printf '\n# URL encoding through WideCharToMultiByte, for any code page the system has\n'
+  show win_tvbase urlencode --code-page 1252 "price: 5 €"
+  show win_tvbase urlencode --code-page 932 "東京 tower"
+  show win_tvbase urlencode --code-page 65001 "東京 tower"
+  printf '\n# the walk: FindFirstFileW on "<folder>\\\\*.*", backslashes throughout\n'
+  show win_tvbase walk --depth-first --sort examples/system/tree
+  printf '\n# icons through LoadImageA, from a file and from a module opened as data\n'
+  show win_tvbase icon examples/system/app.ico --size 16 --size 48
+  show win_tvbase icon "examples/system/app.dll; 1" --size 32
+  printf '\n# the call trace: TvLog.cfg beside traced_app.exe, the log made by CreateFileA\n'
+  cfg="$windows/examples/traced_app/TvLog.cfg"
+  logs=$(mktemp -d)
+  show win_logtune save "$cfg" --folder "Z:$logs/" --programs traced_app.exe --users "*" --filter0
+  show wine "$windows/examples/traced_app/traced_app.exe"
+  for log in "$logs"/*.log; do
+    [[ -e "$log" ]] || continue
+    printf '\n$ cat LOG  (lines end in CR LF)\n'
+    tr -d '\r' < "$log"
+  done
+  rm -f "$cfg"
+  rm -rf "$logs"
+  /usr/lib/wine/wineserver -k >/dev/null 2>&1 || true
+fi

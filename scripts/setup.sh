@@ -7,6 +7,8 @@
 #   scripts/setup.sh fuzz       ... plus clang and libFuzzer
 #   scripts/setup.sh format     ... plus clang-format
 #   scripts/setup.sh pictures   ... plus chromium, which renders the demo's pictures
+#   scripts/setup.sh windows    ... plus the MinGW-w64 cross compilers, wine64,
+#                               GoogleTest's sources and zip
 set -euo pipefail
 
 packages=(cmake make g++ pkg-config libfmt-dev libre2-dev libgtest-dev libgmock-dev
@@ -21,7 +23,10 @@ for extra in "$@"; do
     valgrind) packages+=(valgrind) ;;
     format) packages+=(clang-format) ;;
     pictures) packages+=(chromium) ;;
-    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format, pictures)" >&2; exit 2 ;;
+    windows) packages+=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 googletest
+                        zip unzip python3) ;;
+    *) echo "setup.sh: unknown extra '$extra' (bench, fuzz, valgrind, format, pictures," \
+            "windows)" >&2; exit 2 ;;
   esac
 done
 

@@ -22,6 +22,7 @@
 #include <fmt/format.h>
 
 #include <tvbase/frame/shared_data.h>
+#include <tvbase/platform/error_text.h>
 #include <tvbase/platform/file.h>
 #include <tvbase/platform/process.h>
 #include <tvbase/platform/user.h>
@@ -265,8 +266,7 @@ int run_save(cli::args& args) {
     throw cli::failure(fmt::format("the fields don't fit the record (error {})", error));
   }
   if (error != 0) {
-    throw cli::failure(
-        fmt::format("cannot write {}: {}", words[0], std::strerror(static_cast<int>(error))));
+    throw cli::failure(fmt::format("cannot write {}: {}", words[0], platform::error_text(error)));
   }
   std::cout << "wrote " << words[0] << '\n';
   return cli::kOk;

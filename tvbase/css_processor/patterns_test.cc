@@ -8,12 +8,16 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#if defined(TVBASE_HAVE_RE2)
 #include <re2/re2.h>
+#endif
 
 #include <tvbase/testing/exact_buffer.h>
 
 namespace css_processor {
 namespace {
+
+#if defined(TVBASE_HAVE_RE2)
 
 // The patterns as regular expressions, run by RE2 on bytes with leftmost-first
 // semantics: the oracle for the scanners.
@@ -310,6 +314,25 @@ TEST(Patterns, ImageMatchesTheExpression) {
       });
 }
 
+#else
+
+// RE2, the oracle of these tests, is built for Linux only (Debian has no
+// MinGW build of it): where it is missing they say so and skip.
+#define TVBASE_ORACLE_TEST(name) \
+  TEST(Patterns, name) { GTEST_SKIP() << "RE2, the oracle of this test, is not built here"; }
+TVBASE_ORACLE_TEST(CommentMatchesTheExpression)
+TVBASE_ORACLE_TEST(RootBlockMatchesTheExpression)
+TVBASE_ORACLE_TEST(DefinitionAndBlankMatchTheExpressions)
+TVBASE_ORACLE_TEST(ReferenceMatchesTheExpression)
+TVBASE_ORACLE_TEST(GroupMatchesTheExpression)
+TVBASE_ORACLE_TEST(ProductAndSumMatchTheExpressions)
+TVBASE_ORACLE_TEST(ValueMatchesTheExpression)
+TVBASE_ORACLE_TEST(RoundMatchesTheExpression)
+TVBASE_ORACLE_TEST(ImageMatchesTheExpression)
+#undef TVBASE_ORACLE_TEST
+
+#endif  // TVBASE_HAVE_RE2
+
 // Inputs far beyond what a backtracking matcher survives, sized to stay fast.
 TEST(Patterns, LongRunsNeitherRecurseNorRescan) {
   const std::string name_bytes(1 << 20, 'a');
@@ -320,7 +343,9 @@ TEST(Patterns, LongRunsNeitherRecurseNorRescan) {
   std::string vars;
   for (int i = 0; i < 100000; ++i) vars += "var(";
   EXPECT_FALSE(find_reference(vars + " x", 0).has_value());
-  const auto last = find_reference(vars + " --x)", 0);
+  // The match holds views into the text, which must outlive it.
+  const std::string ended = vars + " --x)";
+  const auto last = find_reference(ended, 0);
   ASSERT_TRUE(last.has_value());
   EXPECT_EQ(last->name, "--x");
 

@@ -1,14 +1,13 @@
 #include <tvbase/frame/shared_data.h>
 
-#include <chrono>
 #include <cstdio>
-#include <thread>
 
 #include <tvbase/platform/shared_memory.h>
+#include <tvbase/platform/sleep.h>
 
 namespace {
 
-constexpr std::chrono::milliseconds kLockRetry{100};
+constexpr unsigned kLockRetryMilliseconds = 100;
 
 // Mapping and unmapping wait for the block's guard at most 20 tries 5 ms
 // apart: a process that holds it only maps or unmaps, which takes far less,
@@ -37,7 +36,7 @@ namespace frame {
 void acquire_lock(TvSharedData& data, lock_waiter waiting) noexcept {
   for (unsigned attempts = 1; lock_word(data).exchange(1) != 0; ++attempts) {
     if (waiting != nullptr) waiting(attempts);
-    std::this_thread::sleep_for(kLockRetry);
+    platform::sleep_milliseconds(kLockRetryMilliseconds);
   }
 }
 

@@ -104,6 +104,8 @@ TEST(SharedMemory, IsCreatedZeroFilledForItsUserAlone) {
 }
 
 TEST(SharedMemory, LastHolderRemovesTheObject) {
+  if (!testing_support::can_fork)
+    GTEST_SKIP() << "the POSIX shared-memory object under /dev/shm; Windows maps a named section";
   const std::string name = scratch_name("last");
   {
     mapping first(name);
@@ -123,6 +125,7 @@ TEST(SharedMemory, LastHolderRemovesTheObject) {
 }
 
 TEST(SharedMemory, AnotherProcessSeesTheSameContent) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   const std::string name = scratch_name("peer");
   mapping mine(name);
   ASSERT_NE(mine.bytes(), nullptr);
@@ -139,6 +142,7 @@ TEST(SharedMemory, AnotherProcessSeesTheSameContent) {
 }
 
 TEST(SharedMemory, ContentLeftByACrashedProcessIsGone) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   const std::string name = scratch_name("crash");
   const int status = in_child([&] {
     platform::shared_memory block =
@@ -155,6 +159,7 @@ TEST(SharedMemory, ContentLeftByACrashedProcessIsGone) {
 }
 
 TEST(SharedMemory, ForkedChildDoesNotCountItsParentOut) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   const std::string name = scratch_name("fork");
   mapping mine(name);
   ASSERT_NE(mine.bytes(), nullptr);
@@ -173,6 +178,8 @@ TEST(SharedMemory, ForkedChildDoesNotCountItsParentOut) {
 }
 
 TEST(SharedMemory, RefusesWhatCannotBeMapped) {
+  if (!testing_support::can_fork)
+    GTEST_SKIP() << "the POSIX shared-memory object under /dev/shm; Windows maps a named section";
   const std::string name = scratch_name("size");
   mapping small(name, 4096);
   ASSERT_NE(small.bytes(), nullptr);
@@ -485,6 +492,7 @@ TEST(SharedLock, BlockingAcquireRetriesUntilReleased) {
 }
 
 TEST(SharedLock, HeldWordIsSeenByAnotherProcess) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   TvSharedData& data = *TvGetSharedData();
   ASSERT_TRUE(frame::try_acquire_lock(data));
   EXPECT_EQ(in_child([] { return frame::try_acquire_lock(*TvGetSharedData()) ? 0 : 7; }), 7);
@@ -499,6 +507,7 @@ TEST(SharedLock, HeldWordIsSeenByAnotherProcess) {
 }
 
 TEST(SharedCounter, CountsAcrossProcesses) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "needs fork(), which Windows lacks";
   TvSharedData& data = *TvGetSharedData();
   constexpr int kEach = 20000;
   const auto count = [] {

@@ -88,9 +88,12 @@ void put_escaped_text(Sink& sink, std::wstring_view text, strategy_t strategy) {
     sink.put(run, static_cast<std::size_t>(p - run));
     if (p == end) break;
     const std::uint32_t u = unit(*p++);
+    // Unit by unit: an escape is 2 or 6 units, which the compiler can't
+    // tell from the returned end, and would warn of the block copy that the
+    // sink makes of long runs.
     wchar_t escaped[6];
-    sink.put(escaped, static_cast<std::size_t>(write_escape(escaped, u, extra_units(u, strategy)) -
-                                               escaped));
+    const wchar_t* const escaped_end = write_escape(escaped, u, extra_units(u, strategy));
+    for (const wchar_t* e = escaped; e != escaped_end; ++e) sink.put(*e);
   }
 }
 

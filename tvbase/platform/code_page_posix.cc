@@ -162,6 +162,8 @@ bool convert_with_iconv(std::wstring_view text, const char* name, std::string_vi
 
 }  // namespace
 
+unsigned int default_code_page() noexcept { return kUtf8; }
+
 bool code_page_known(unsigned int code_page) {
   return code_page == 0 || code_page == kUtf8 || code_page == kLatin1 || code_page == kAscii ||
          iconv_name(code_page) != nullptr;

@@ -5,7 +5,9 @@
 // listing the items of one folder, and the conversion of wide paths to the
 // bytes the system takes. Wide text is UTF-16 units, one per wchar_t.
 //
-// Names are UTF-8 on disk. Each byte that starts no valid UTF-8 sequence is
+// On Windows names are UTF-16 already, and the bytes of a path are its UTF-8
+// form (an unpaired surrogate becomes U+FFFD). Elsewhere names are UTF-8 on
+// disk. Each byte that starts no valid UTF-8 sequence is
 // held as the unit 0xDC00 + byte (0xDC80-0xDCFF, which valid UTF-8 never
 // gives), so every name turns back into the bytes it came from.
 
@@ -16,6 +18,13 @@
 #include <string_view>
 
 namespace platform {
+
+// What separates the folders of a path: '\\' on Windows, '/' elsewhere.
+#if defined(_WIN32)
+inline constexpr wchar_t kPathSeparator = L'\\';
+#else
+inline constexpr wchar_t kPathSeparator = L'/';
+#endif
 
 // Attribute bits of an item, as on Windows.
 inline constexpr std::uint32_t kAttributeDirectory = 0x10;      // a folder, or a link to one
@@ -35,13 +44,22 @@ struct dir_handle;
 dir_handle* open_folder(std::wstring_view path, std::uint32_t& error);
 
 // Opens the folder that `relative` names inside `parent`: one name, or
-// several joined by '/' (never empty, never "." or ".."). No symbolic link
+// several joined by '/' (or '\\' on Windows; never empty, never "." or ".."). No symbolic link
 // (or junction) is followed at any step: a name that is a link, or that
 // became one since the caller listed it, fails, so the folder opened lies
 // inside `parent` by real folders alone. A name that is no folder fails too.
 // There is no limit on the length of `relative`: it is never handed to the
 // system as one path where that would be too long. Gives null and the
 // system's code in `error` on failure.
+//
+// On Windows each name is opened from the handle of the one before
+// (NtCreateFile relative to it, the reparse point itself opened and then
+// refused, ERROR_CANT_RESOLVE_FILENAME), so junctions and symbolic links are
+// never entered. The listing, though, is FindFirstFileW of a path: the
+// folder's path as the system gave it for the start folder ("\\?\C:\..."),
+// with the names below appended, which stops working past the system's
+// 32,767 units. While a folder is open nobody may rename or remove it (it
+// is held without FILE_SHARE_DELETE), so that path keeps naming it.
 dir_handle* open_subfolder(const dir_handle* parent, std::wstring_view relative,
                            std::uint32_t& error);
 
@@ -54,7 +72,9 @@ struct dir_listing;
 // Opens a listing of every item of the open `folder`, "." and ".."
 // included. The folder stays open, and the caller's to close, after the
 // listing ends. Gives null and the system's error code in `error` on
-// failure.
+// failure. On Windows the listing is FindFirstFileW of the folder's path, a
+// separator and "*.*", which gives all items; a folder with none ends at
+// once.
 dir_listing* open_dir(const dir_handle* folder, std::uint32_t& error);
 
 enum class read_status { item, end, failed };

@@ -3,7 +3,21 @@
 
 // Plain file access for the log configuration, the log file and the files
 // that callers name. Descriptors of files and folders are ints; -1 stands
-// for none. Error codes are the system's (errno).
+// for none. On Windows a file's descriptor is its HANDLE, whose value the
+// system keeps within 32 bits (INVALID_HANDLE_VALUE is -1), and a folder's
+// is a handle to the folder itself, opened without following a reparse
+// point. Error codes are the system's: errno, or GetLastError() on Windows.
+//
+// Where Windows differs (it has no modes, only owners and access lists):
+//   - "only the effective user may open" is a new file whose owner is the
+//     process's user and whose protected DACL grants that user alone;
+//   - a folder's access is read from its DACL: others_may_add when an
+//     allowing entry for anyone but the owner, SYSTEM and the
+//     Administrators grants adding files; others_may_replace when one grants
+//     deleting children (FILE_DELETE_CHILD), which is what the sticky bit
+//     withholds on POSIX. Deny entries are not weighed, so the answer errs
+//     towards "others may", never towards trust;
+//   - owner_is_root means SYSTEM or the Administrators group owns it.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +30,9 @@ namespace platform {
 // (mode 0644 before the umask, closed across exec). Never follows a symbolic
 // link planted at the name: that fails. Gives -1 on failure. For a path that
 // the caller chose itself (tests, benchmarks); the log file is made with
-// create_own_file_in.
+// create_own_file_in. On Windows the old file is deleted and the new one
+// made anew (CREATE_NEW, never opened if another process made it
+// meanwhile), for appending only, others allowed to read.
 int create_log_file(const char* path) noexcept;
 
 // A folder, opened to act on the names in it: what is looked at and made
@@ -114,6 +130,11 @@ bool read_regular_file(const char* path, std::size_t limit, std::vector<std::uin
 // Gives 0, or the system's error code of the step that failed (EISDIR for a
 // `path` that ends in '/' or names a folder); the passing file is gone then.
 unsigned long write_whole_file(const char* path, const void* data, std::size_t size) noexcept;
+
+// Sends `text` and a line feed to the debug output: the attached debugger
+// through OutputDebugStringA on Windows (nothing if none listens), standard
+// error elsewhere.
+void debug_echo(const char* text, std::size_t length) noexcept;
 
 // Writes `text` and then `tail` to standard error with one system call.
 void write_stderr(const char* text, std::size_t length, const char* tail,

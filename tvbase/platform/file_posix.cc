@@ -280,6 +280,10 @@ unsigned long write_whole_file(const char* path, const void* data, std::size_t s
   return static_cast<unsigned long>(error);
 }
 
+void debug_echo(const char* text, std::size_t length) noexcept {
+  write_two(STDERR_FILENO, text, length, "\n", 1);
+}
+
 void write_stderr(const char* text, std::size_t length, const char* tail,
                   std::size_t tail_length) noexcept {
   write_two(STDERR_FILENO, text, length, tail, tail_length);

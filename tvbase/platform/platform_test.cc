@@ -1,18 +1,19 @@
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+#include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <tvbase/platform/error_text.h>
 #include <tvbase/platform/ole_time.h>
 #include <tvbase/platform/readable_memory.h>
+#include <tvbase/testing/processes.h>
 
 namespace {
 
@@ -21,19 +22,11 @@ const char kPageProbe = 1;
 // Two pages: the first readable, the second mapped without access.
 class GuardedPage : public testing::Test {
  protected:
-  void SetUp() override {
-    page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    void* map =
-        mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(map, MAP_FAILED);
-    base_ = static_cast<char*>(map);
-    ASSERT_EQ(mprotect(base_ + page_, page_, PROT_NONE), 0);
-  }
-  void TearDown() override { munmap(base_, 2 * page_); }
-  char* end() const { return base_ + page_; }
+  char* end() const { return guard_.end(); }
 
-  std::size_t page_ = 0;
-  char* base_ = nullptr;
+  testing_support::guarded_page guard_;
+  std::size_t page_ = guard_.size();
+  char* base_ = guard_.base();
 };
 
 TEST_F(GuardedPage, AnswersForRangesAroundTheGuard) {
@@ -110,16 +103,16 @@ struct date_row {
 // The answers are about the asking process's memory, also in a forked child
 // that maps a page the parent never had.
 TEST(ReadableMemory, AForkedChildAsksAboutItsOwnMemory) {
+  if (!testing_support::can_fork) GTEST_SKIP() << "no fork() on this system";
   ASSERT_TRUE(platform::is_readable(&kPageProbe, 1)) << "the parent asked before the fork";
-  const pid_t child = fork();
-  ASSERT_NE(child, -1);
-  if (child == 0) {
-    void* page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    _exit(page != MAP_FAILED && platform::is_readable(page, 4096) ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(testing_support::in_child([] {
+              testing_support::guarded_page fresh;
+              return platform::is_readable(fresh.base(), fresh.size()) &&
+                             !platform::is_readable(fresh.end(), 1)
+                         ? 0
+                         : 1;
+            }),
+            0);
 }
 
 TEST(OleTime, ConvertsAutomationDates) {
@@ -157,3 +150,24 @@ TEST(OleTime, ConvertsAutomationDates) {
 }
 
 }  // namespace
+
+// The system's words come without a line end, and a code it doesn't know
+// still gives a text to show.
+TEST(ErrorText, GivesTheSystemsWordsOnOneLine) {
+#if defined(_WIN32)
+  const std::uint32_t missing = 2;  // ERROR_FILE_NOT_FOUND
+  // Windows' words, and Wine's.
+  const std::vector<std::string> words = {"The system cannot find the file specified.",
+                                          "File not found."};
+#else
+  const std::uint32_t missing = ENOENT;
+  const std::vector<std::string> words = {"No such file or directory"};
+#endif
+  EXPECT_THAT(words, testing::Contains(platform::error_text(missing)));
+  for (const std::uint32_t code : {0u, 5u, 0x7FFFFFFu, 0xFFFFFFFFu}) {
+    SCOPED_TRACE(code);
+    const std::string text = platform::error_text(code);
+    EXPECT_FALSE(text.empty());
+    EXPECT_EQ(text.find_first_of("\r\n"), std::string::npos) << text;
+  }
+}

@@ -27,6 +27,23 @@
 // removing anything (the next process alone with the object zero-fills it).
 // So the content is gone once the last process lets go, and the next map
 // starts from a zero-filled block.
+//
+// On Windows the block is a named file mapping in the session's Local\ namespace
+// (named with the user's SID), made with the user as owner and a DACL for
+// that user and SYSTEM alone. The kernel creates or opens it in one step, zero-fills what
+// it creates and drops it with the last handle, crashed processes' included,
+// so nothing is guarded and the patience goes unused: mapping and unmapping
+// never wait. A mapping found at the name is used only if that user owns it
+// and it has the size asked for. Only the process's own user's block can be
+// had there (see acts_for_every_user).
+//
+// On Windows the block is a named file mapping backed by the paging file,
+// one per user: "Local\<name>-<the user's SID>", made with the user as owner
+// and a DACL that grants the user and SYSTEM alone. The system zero-fills it
+// at creation and keeps it while some process holds a handle, so no lock is
+// needed and nothing waits. A mapping of that name owned by anyone else is
+// not used (the block stays unmapped). There is no fork(): rejoin and
+// on_fork_child do nothing, and `object` holds the mapping's handle.
 
 #include <cstddef>
 
@@ -73,7 +90,8 @@ void rejoin_shared_memory(shared_memory& block, const char* name, guard_patience
 // block that holds no lock. Here the count comes from the kernel's table of
 // file locks (/proc/locks), which is read in one pass, never waits for
 // another process, and is read no further than 16 MiB: a machine with more
-// locks than that gets -1.
+// locks than that gets -1. On Windows it is the kernel's count of handles to
+// the mapping (NtQueryObject), one per process that maps it.
 long shared_memory_holders(const shared_memory& block) noexcept;
 
 // Runs `child` in the child process after every fork().

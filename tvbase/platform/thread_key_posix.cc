@@ -20,4 +20,6 @@ void* thread_key_get(std::uint32_t key) noexcept { return ::pthread_getspecific(
 
 void thread_key_set(std::uint32_t key, void* value) noexcept { ::pthread_setspecific(key, value); }
 
+void thread_key_thread_ends() noexcept {}
+
 }  // namespace platform

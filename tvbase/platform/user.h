@@ -3,8 +3,8 @@
 
 // The users of the machine, told apart by the system's own identity of a
 // user, never by a name that another user could choose. Here the identity is
-// the uid; where the system names users by security identifiers, it is the
-// identifier's text form.
+// the uid; where the system names users by security identifiers (Windows),
+// it is the identifier's text form ("S-1-5-21-...") of the token's user.
 
 #include <cstring>
 
@@ -27,7 +27,9 @@ inline bool same_user(const user_account& a, const user_account& b) noexcept {
 [[nodiscard]] bool find_user(const char* login, user_account& out) noexcept;
 
 // Whether the process may act on other users' objects and give them away:
-// here, whether its effective user is root.
+// whether its effective user is root. Always false on Windows, where giving
+// an object to another user takes privileges the library never asks for:
+// there each user sets their own block.
 [[nodiscard]] bool acts_for_every_user() noexcept;
 
 }  // namespace platform

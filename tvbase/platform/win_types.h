@@ -2,8 +2,9 @@
 #define TVBASE_PLATFORM_WIN_TYPES_H
 
 // The Windows types that the library's interfaces take: the icon handle of
-// <tvbase/system/gdi.h> (HICON, at the end) and the structures that
-// the trace can show as typed parameters (see <tvbase/trace/func_log.h>).
+// <tvbase/system/gdi.h> (HICON, at the end), the find data of
+// <tvbase/system/dir_walk.h> (WIN32_FIND_DATAW, FILETIME) and the structures
+// that the trace can show as typed parameters (see <tvbase/trace/func_log.h>).
 // They live in namespace `win` on every system:
 //
 //   - on Windows, win::GUID, win::VARIANT, ... are the system's own types,
@@ -40,9 +41,11 @@ using ::BSTR;
 using ::CREATESTRUCTA;
 using ::CY;
 using ::DATE;
+using ::FILETIME;
 using ::GUID;
 using ::VARIANT;
 using ::VARTYPE;
+using ::WIN32_FIND_DATAW;
 
 #else
 
@@ -116,6 +119,27 @@ struct VARIANT {
     void* byref;
     record brecord;
   };
+};
+
+// A time as the system's find data keeps it: 100-nanosecond ticks since
+// 1 January 1601 (UTC), split into two 32-bit halves.
+struct FILETIME {
+  std::uint32_t dwLowDateTime;
+  std::uint32_t dwHighDateTime;
+};
+
+// What a folder listing tells of one item (<tvbase/system/dir_walk.h>).
+struct WIN32_FIND_DATAW {
+  std::uint32_t dwFileAttributes;
+  FILETIME ftCreationTime;
+  FILETIME ftLastAccessTime;
+  FILETIME ftLastWriteTime;
+  std::uint32_t nFileSizeHigh;
+  std::uint32_t nFileSizeLow;
+  std::uint32_t dwReserved0;
+  std::uint32_t dwReserved1;
+  wchar_t cFileName[260];
+  wchar_t cAlternateFileName[14];
 };
 
 static_assert(sizeof(GUID) == 16);

@@ -20,7 +20,7 @@ static_assert(file_attribute_directory == platform::kAttributeDirectory);
 static_assert(file_attribute_normal == platform::kAttributeNormal);
 static_assert(file_attribute_reparse_point == platform::kAttributeReparsePoint);
 
-constexpr wchar_t kSeparator = L'/';
+constexpr wchar_t kSeparator = platform::kPathSeparator;
 
 wchar_t fold(wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c + 32) : c; }
 
@@ -256,14 +256,15 @@ dir_walk::result dir_walk::list_folder(dir_info& info, walk_state& state) {
     return result::list_failed;
   }
   for (;;) {
+    std::uint32_t attributes = 0;
     const platform::read_status status =
-        platform::read_dir(listing.get(), info.data_.cFileName, info.data_.dwFileAttributes, error);
+        platform::read_dir(listing.get(), info.data_.cFileName, attributes, error);
+    info.data_.dwFileAttributes = attributes;
     if (status == platform::read_status::end) break;
     if (status == platform::read_status::failed) {
       last_error_ = error;
       return result::list_failed;
     }
-    const std::uint32_t attributes = info.data_.dwFileAttributes;
     if ((attributes & file_attribute_directory) == 0) {
       if (go_on_check_ && !go_on_check_(info)) return result::stopped;
       if (file_action_(info) == file_action_result::stop) return result::stopped;

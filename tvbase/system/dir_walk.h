@@ -2,6 +2,7 @@
 #define TVBASE_SYSTEM_DIR_WALK_H
 
 #include <tvbase/export.h>
+#include <tvbase/platform/win_types.h>
 
 #include <cstdint>
 #include <functional>
@@ -12,52 +13,40 @@ namespace os {
 
 // A time as the system's find data keeps it: 100-nanosecond ticks since
 // 1 January 1601 (UTC), split into two 32-bit halves.
-struct file_time {
-  std::uint32_t dwLowDateTime;
-  std::uint32_t dwHighDateTime;
-};
+using file_time = win::FILETIME;
 
 // Bits of find_data::dwFileAttributes, with their Windows values.
 inline constexpr std::uint32_t file_attribute_directory = 0x10;       // a folder, or a link to one
 inline constexpr std::uint32_t file_attribute_normal = 0x80;          // a plain item, no other bit
 inline constexpr std::uint32_t file_attribute_reparse_point = 0x400;  // a symbolic link
 
-// What a folder listing tells of one item. The record is the library's own,
-// with the field names, types and order of the Windows find data, so code that
-// reads it is written once for every system:
+// What a folder listing tells of one item: the system's WIN32_FIND_DATAW on
+// Windows, and elsewhere a record of the library's own with its field names,
+// types and order (<tvbase/platform/win_types.h>), so code that reads it is
+// written once for every system:
 //
 //   const os::find_data& d = info.data();
 //   if (d.dwFileAttributes & os::file_attribute_directory) { /* d.cFileName */ }
 //
 // The name is UTF-16 units, one per wchar_t, ended by a zero; a name of more
-// than 259 units is cut there. On Linux a listing fills the attributes and the
-// name only: times, size and the alternate name stay zero, since they would
-// cost a file-status call per item. Names are UTF-8 on disk; each byte that
-// starts no valid UTF-8 sequence is held as the unit 0xDC00 + byte (0xDC80 to
-// 0xDCFF, which valid UTF-8 never gives), so native_path() turns every name
-// back into the bytes it came from.
-struct find_data {
-  std::uint32_t dwFileAttributes;
-  file_time ftCreationTime;  // zero when not known
-  file_time ftLastAccessTime;
-  file_time ftLastWriteTime;
-  std::uint32_t nFileSizeHigh;
-  std::uint32_t nFileSizeLow;
-  std::uint32_t dwReserved0;
-  std::uint32_t dwReserved1;
-  wchar_t cFileName[260];
-  wchar_t cAlternateFileName[14];
-};
+// than 259 units is cut there. A listing fills the attributes and the name;
+// times, size and the alternate name stay zero, since on Linux they would
+// cost a file-status call per item. On Linux names are UTF-8 on disk; each
+// byte that starts no valid UTF-8 sequence is held as the unit 0xDC00 + byte
+// (0xDC80 to 0xDCFF, which valid UTF-8 never gives), so native_path() turns
+// every name back into the bytes it came from.
+using find_data = win::WIN32_FIND_DATAW;
 
 // What the actions of a walk see: the start folder, the current folder
 // relative to it, where the walk is (entering a folder, at an item of it, or
-// leaving it) and, at an item, its find data. Paths use '/' as separator: the
-// start path always ends in one, the subfolder is empty or ends in one.
+// leaving it) and, at an item, its find data. Paths use the system's
+// separator, '\\' on Windows and '/' elsewhere: the start path always ends in
+// one, the subfolder is empty or ends in one.
 class TVBASE_EXPORT dir_info {
  public:
   enum class item_state { entering = 0, item = 1, leaving = 2 };
 
-  // Appends '/' to `path` unless it ends in one. Throws std::invalid_argument
+  // Appends the separator to `path` unless it ends in one. Throws std::invalid_argument
   // with "dir_info: path cannot be empty" for an empty path.
   explicit dir_info(std::wstring_view path);
 
@@ -156,8 +145,8 @@ class TVBASE_EXPORT dir_walk {
   // Breadth-first by default.
   void set_order(walk_order order) noexcept { order_ = order; }
 
-  // The system's code (errno here) of the last folder that couldn't be listed;
-  // kept until the next such failure, 0 before any.
+  // The system's code (errno, or GetLastError() on Windows) of the last folder that couldn't be
+  // listed; kept until the next such failure, 0 before any.
   std::uint32_t last_error() const noexcept { return last_error_; }
 
   // Walks `path`. The actions are taken over by the object and stay in it
@@ -178,9 +167,10 @@ class TVBASE_EXPORT dir_walk {
   walk_order order_ = walk_order::breadth_first;
 };
 
-// The system's bytes for a wide path such as the walk gives, and back. Paths
-// are UTF-8 on disk; a byte that starts no valid UTF-8 sequence is held as the
-// unit 0xDC00 + byte, so any byte string survives the round trip.
+// The system's bytes for a wide path such as the walk gives, and back. On
+// Linux paths are UTF-8 on disk; a byte that starts no valid UTF-8 sequence is
+// held as the unit 0xDC00 + byte, so any byte string survives the round trip.
+// On Windows, whose paths are wide, the bytes are the path's UTF-8 form.
 //
 //   std::string file = os::native_path(info.path() + info.subfolder() +
 //                                      std::wstring(info.name()));

@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -33,13 +34,14 @@ using state = dir_info::item_state;
 // so a read past the end of a view is reported under the address sanitizer.
 using testing_support::exact_buffer;
 
-// A folder under /tmp, removed with all it holds at the end of the test.
+// A folder under the temporary folder, removed with all it holds at the end
+// of the test.
 class temp_tree {
  public:
   temp_tree() {
-    char name[] = "/tmp/tvbase_walk_XXXXXX";
-    if (mkdtemp(name) == nullptr) throw std::runtime_error("mkdtemp failed");
-    root_ = name;
+    const std::string name = testing_support::make_temp_dir("tvbase_walk_");
+    if (name.empty()) throw std::runtime_error("no temporary folder");
+    root_ = fs::path(name).parent_path();
     fs::permissions(root_, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
                                fs::perms::others_read | fs::perms::others_exec);
   }
@@ -68,13 +70,26 @@ class temp_tree {
     }
   }
   const fs::path& root() const { return root_; }
-  std::wstring wide() const { return platform::path_to_wide(root_.native()); }
+  // The system's own wide form on Windows; the bytes' on POSIX.
+  std::wstring wide() const {
+    if constexpr (std::is_same_v<fs::path::value_type, wchar_t>) {
+      return root_.wstring();
+    } else {
+      return platform::path_to_wide(root_.string());
+    }
+  }
 
  private:
   fs::path root_;
 };
 
-std::string narrow(std::wstring_view w) { return platform::wide_to_path(w); }
+// A path as the rows write it: with '/' for the system's separator.
+std::string narrow(std::wstring_view w) {
+  std::string out = platform::wide_to_path(w);
+  for (char& c : out)
+    if (c == static_cast<char>(platform::kPathSeparator)) c = '/';
+  return out;
+}
 
 // Records every call of a walk as one line: "f sub/name" for a file, "d sub/name"
 // for a folder, and "D+ sub/", "F+ sub/", "F- sub/", "D- sub/" for the extra
@@ -126,7 +141,9 @@ TEST(DirInfo, KeepsOneTrailingSeparator) {
     SCOPED_TRACE(narrow(in));
     const exact_buffer path{in};
     const dir_info info(path.view());
-    EXPECT_EQ(info.path(), out);
+    std::wstring expected = in;
+    if (expected.back() != platform::kPathSeparator) expected += platform::kPathSeparator;
+    EXPECT_EQ(info.path(), platform::kPathSeparator == L'/' ? out : expected);
     EXPECT_TRUE(info.subfolder().empty());
     EXPECT_EQ(info.state(), state::entering);
     EXPECT_TRUE(info.name().empty());
@@ -157,11 +174,20 @@ TEST(DirWalk, VisitsFoldersInTheAskedOrder) {
     dir_walk::walk_order order;
     std::vector<std::string> entered;
   };
+  // The sort compares relative paths, separator included: "a/" comes before
+  // "A1/" as '/' is below '1', and after it where the separator is '\\'.
+  const bool slash = platform::kPathSeparator == L'/';
   const row rows[] = {
       {dir_walk::walk_order::breadth_first,
-       {"", "a/", "A1/", "b/", "a/a1/", "a/a2/", "b/b1/", "b/b1/b11/"}},
+       slash
+           ? std::vector<std::string>{"", "a/", "A1/", "b/", "a/a1/", "a/a2/", "b/b1/", "b/b1/b11/"}
+           : std::vector<std::string>{"", "A1/", "a/", "b/", "a/a1/", "a/a2/", "b/b1/",
+                                      "b/b1/b11/"}},
       {dir_walk::walk_order::depth_first,
-       {"", "a/", "a/a1/", "a/a2/", "A1/", "b/", "b/b1/", "b/b1/b11/"}},
+       slash
+           ? std::vector<std::string>{"", "a/", "a/a1/", "a/a2/", "A1/", "b/", "b/b1/", "b/b1/b11/"}
+           : std::vector<std::string>{"", "A1/", "a/", "a/a1/", "a/a2/", "b/", "b/b1/",
+                                      "b/b1/b11/"}},
       {dir_walk::walk_order::no_descent, {""}},
       {static_cast<dir_walk::walk_order>(9), {""}},
   };
@@ -345,17 +371,22 @@ TEST(DirWalk, GoOnCheckComesBeforeEachItemAction) {
 }
 
 TEST(DirWalk, UnlistableFolderEndsTheWalk) {
+#if defined(_WIN32)
+  const std::uint32_t no_such_folder = 3;  // ERROR_PATH_NOT_FOUND
+#else
+  const std::uint32_t no_such_folder = ENOENT;
+#endif
   {
     dir_walk walker;
     recorder rec;
     EXPECT_EQ(walker.walk(L"/nonexistent/tvbase/folder", rec.files(), rec.folders()),
               dir_walk::result::list_failed);
-    EXPECT_EQ(walker.last_error(), static_cast<std::uint32_t>(ENOENT));
+    EXPECT_EQ(walker.last_error(), no_such_folder);
     EXPECT_TRUE(rec.calls.empty());
     // The code stays after a walk that works.
     temp_tree tree;
     EXPECT_EQ(walker.walk(tree.wide(), rec.files(), rec.folders()), dir_walk::result::finished);
-    EXPECT_EQ(walker.last_error(), static_cast<std::uint32_t>(ENOENT));
+    EXPECT_EQ(walker.last_error(), no_such_folder);
   }
 
   temp_tree tree;
@@ -372,7 +403,7 @@ TEST(DirWalk, UnlistableFolderEndsTheWalk) {
     for (const std::string& c : sorted(rec.calls)) out += "|" + c;
     return out;
   });
-  if (!got) GTEST_SKIP() << "could not drop root to make a folder unlistable";
+  if (!got) GTEST_SKIP() << "no second user here to walk a folder that only root can list";
   // Breadth-first and sorted: "", a/, b/, a/locked/ - everything up to the
   // locked folder was reported, and nothing after it.
   EXPECT_EQ(*got, std::to_string(static_cast<int>(dir_walk::result::list_failed)) + " " +
@@ -380,6 +411,9 @@ TEST(DirWalk, UnlistableFolderEndsTheWalk) {
 }
 
 TEST(DirWalk, NeverFollowsLinksToFolders) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "Wine makes no symbolic links";
+#endif
   temp_tree tree;
   tree.add({"real/inside"});
   fs::create_directory_symlink(tree.root(), tree.root() / "real/loop");
@@ -411,6 +445,9 @@ TEST(DirWalk, NeverFollowsLinksToFolders) {
 }
 
 TEST(DirWalk, NamesThatAreNotUtf8SurviveTheRoundTrip) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "names are UTF-16 on Windows: there are no byte names to keep";
+#endif
   temp_tree tree;
   tree.add({"caf\xC3\xA9/\xF0\x9F\x98\x80", "bad\xFF/x\xE9y", "\xED\xB2\x80/"});
   recorder rec;
@@ -443,25 +480,31 @@ TEST(DirWalk, NamesThatAreNotUtf8SurviveTheRoundTrip) {
 TEST(DirWalk, ClosesListingsWhenAnActionThrows) {
   temp_tree tree;
   tree.add({"a/b/c/d/file"});
-  const auto open_fds = [] {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-  };
-  const auto before = open_fds();
   dir_walk walker;
   walker.set_order(dir_walk::walk_order::depth_first);
-  EXPECT_THROW(
-      (void)walker.walk(
-          tree.wide(), [](const dir_info&) -> file_result { throw std::runtime_error("no"); },
-          [](const dir_info&) { return dir_result::descend; }),
-      std::runtime_error);
-  EXPECT_EQ(open_fds(), before);
-  // An empty action is called only where it is needed.
-  EXPECT_THROW(
-      (void)walker.walk(tree.wide(), {}, [](const dir_info&) { return dir_result::descend; }),
-      std::bad_function_call);
-  EXPECT_EQ(walker.walk(tree.wide(), {}, [](const dir_info&) { return dir_result::skip; }),
-            dir_walk::result::finished);
-  EXPECT_EQ(open_fds(), before);
+  const auto walks = [&] {
+    EXPECT_THROW(
+        (void)walker.walk(
+            tree.wide(), [](const dir_info&) -> file_result { throw std::runtime_error("no"); },
+            [](const dir_info&) { return dir_result::descend; }),
+        std::runtime_error);
+    // An empty action is called only where it is needed.
+    EXPECT_THROW(
+        (void)walker.walk(tree.wide(), {}, [](const dir_info&) { return dir_result::descend; }),
+        std::bad_function_call);
+    EXPECT_EQ(walker.walk(tree.wide(), {}, [](const dir_info&) { return dir_result::skip; }),
+              dir_walk::result::finished);
+  };
+  // The first round pays what the system keeps for the rest of the process
+  // (Wine opens handles at the first exception); a listing left open by a
+  // walk shows in the rounds after it.
+  // (No SCOPED_TRACE in the loop: the test framework's first one makes a
+  // lock, which holds a handle on Windows.)
+  walks();
+  const long before = testing_support::open_handle_count();
+  ASSERT_GT(before, 0);
+  for (int round = 0; round < 3; ++round) walks();
+  EXPECT_EQ(testing_support::open_handle_count(), before);
 }
 
 TEST(DirWalk, DeepTreesKeepTheStackFlat) {
@@ -488,6 +531,9 @@ TEST(DirWalk, DeepTreesKeepTheStackFlat) {
 // process swaps; the walks run in a child of their own, with and without
 // openat2, until a good number of them have met the swap.
 TEST(DirWalk, NeverEntersAFolderSwappedForALink) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "swaps names with renameat2(RENAME_EXCHANGE) from a forked process; POSIX only";
+#else
   temp_tree tree;
   temp_tree elsewhere;
   tree.add({"walked/dir/sub/inner", "walked/dir/plain"});
@@ -545,6 +591,7 @@ TEST(DirWalk, NeverEntersAFolderSwappedForALink) {
     swapper.kill();
     EXPECT_EQ(code, 0) << "1 a walk listed the link's target, 2 no walk met the swap";
   }
+#endif
 }
 
 // A chain of folders whose paths are far longer than the system takes as one
@@ -553,6 +600,10 @@ TEST(DirWalk, NeverEntersAFolderSwappedForALink) {
 // descriptors are limited to a few more than it had, so a walk that kept one
 // per level would fail.
 TEST(DirWalk, ReachesTheEndOfAChainDeeperThanAPathCanName) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "folder chains past PATH_MAX, descriptor limits and openat2 refusal in forked "
+                  "children; POSIX only";
+#else
   testing_support::temp_dir dir{"tvbase_walk_deep_"};
   constexpr int kDepth = 200;
   const std::string name(100, 'd');
@@ -591,6 +642,7 @@ TEST(DirWalk, ReachesTheEndOfAChainDeeperThanAPathCanName) {
     }
   }
   EXPECT_TRUE(testing_support::remove_folder_chain(dir.path(), name, "leaf"));
+#endif
 }
 
 // A tree wider than the folders a walk keeps open (40 branches, each a chain
@@ -598,6 +650,10 @@ TEST(DirWalk, ReachesTheEndOfAChainDeeperThanAPathCanName) {
 // every folder is reached once by its own path, and the walk never holds
 // more than 19 descriptors, with or without openat2.
 TEST(DirWalk, HoldsFewDescriptorsInWideDeepTrees) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "counts descriptors under a limit (/proc/self/fd, RLIMIT_NOFILE) with and "
+                  "without openat2; POSIX only";
+#else
   temp_tree tree;
   std::vector<std::string> expected;
   for (int branch = 0; branch < 40; ++branch) {
@@ -642,9 +698,13 @@ TEST(DirWalk, HoldsFewDescriptorsInWideDeepTrees) {
       EXPECT_LE(code, 19) << "more than 19 descriptors, or 10x a result, or 200 wrong calls";
     }
   }
+#endif
 }
 
 TEST(PathConversion, RoundTripsEveryByteString) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "names are UTF-16 on Windows: there are no byte names to keep";
+#endif
   struct row {
     std::string bytes;
     std::wstring wide;

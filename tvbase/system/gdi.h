@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 // Loads icons, in several sizes at once, from a source text, and tells an
 // icon's size. A source is either the path of an icon file (a text with no
@@ -65,7 +66,7 @@ class TVBASE_EXPORT TvGdi {
     void operator()(HICON icon) const noexcept { DestroyIcon(icon); }
   };
   // An icon that releases itself.
-  using IconPtr = std::unique_ptr<win::HICON__, IconDeleter>;
+  using IconPtr = std::unique_ptr<std::remove_pointer_t<HICON>, IconDeleter>;
 
   // The size of the icon's colour image. False, leaving `size` alone, for a
   // null icon or a monochrome one (which has a mask image only).

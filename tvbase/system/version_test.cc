@@ -104,7 +104,7 @@ TEST(TvVersion, ComparesUnderEachMask) {
 
 TEST(TvVersion, WritesUpToTheType) {
   struct row {
-    unsigned long version;
+    unsigned long long version;  // unsigned long has 32 bits on Windows
     int type;
     bool no_underscore;
     const char* expected;
@@ -132,12 +132,12 @@ TEST(TvVersion, WritesUpToTheType) {
       {0x0C000B1B, 3, false, "12.0;{"},
       {0x64000000, 0, false, ":0"},
       // Bits above the low 32 are not read.
-      {0x0C040000 | (1ul << 33 & ~0ul), 3, false, "12.40_"},
+      {0x0C040000 | (1ull << 33 & ~0ul), 3, false, "12.40_"},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.expected);
-    EXPECT_EQ(TvVersion::ToString(r.version, static_cast<TvVersion::CompareType>(r.type),
-                                  r.no_underscore),
+    EXPECT_EQ(TvVersion::ToString(static_cast<unsigned long>(r.version),
+                                  static_cast<TvVersion::CompareType>(r.type), r.no_underscore),
               r.expected);
   }
 }

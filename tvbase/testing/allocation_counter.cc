@@ -1,6 +1,9 @@
 #include <tvbase/testing/allocation_counter.h>
 
 #include <malloc.h>
+#if defined(_WIN32)
+#define malloc_usable_size _msize
+#endif
 
 #include <atomic>
 #include <cstdlib>

@@ -2,6 +2,7 @@
 // needs, which the library's platform layer rightly doesn't offer.
 #include <tvbase/testing/processes.h>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
@@ -300,8 +301,25 @@ long long peak_resident_bytes() {
   return static_cast<long long>(usage.ru_maxrss) * 1024;
 }
 
+std::string host_path(const std::string& path) { return path; }
+
+std::string capture_debug_output(const std::string& path, const std::function<void()>& body) {
+  return capture_stderr(path, body);
+}
+
+long open_handle_count() {
+  DIR* fds = ::opendir("/proc/self/fd");
+  if (fds == nullptr) return -1;
+  long count = 0;
+  while (::readdir(fds) != nullptr) ++count;
+  ::closedir(fds);
+  return count;
+}
+
 long cheapest_system_call() { return static_cast<long>(::getppid()); }
 
 void set_environment(const char* name, const char* value) { ::setenv(name, value, 1); }
+
+void kill_this_process() { ::raise(SIGKILL); }
 
 }  // namespace testing_support

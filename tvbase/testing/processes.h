@@ -14,6 +14,7 @@
 //   EXPECT_EQ(tool.finish(), 0);
 //   EXPECT_NE(tool.out().find("not set"), std::string::npos);
 
+#include <csignal>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -21,7 +22,29 @@
 #include <utility>
 #include <vector>
 
+// Windows has no kill signal; its value stands for the exit code 128 + 9
+// that an ended program gives there (program::signal).
+#if defined(_WIN32) && !defined(SIGKILL)
+#define SIGKILL 9
+#endif
+
 namespace testing_support {
+
+// Whether forked_child, in_child and as_other_user work: not on Windows,
+// which has no fork(). Tests that need them skip there, saying why.
+// Whether limit_file_size can stand in for a full disk: not on Windows,
+// which limits no process's file sizes.
+#if defined(_WIN32)
+inline constexpr bool can_fork = false;
+inline constexpr bool can_limit_file_size = false;
+#else
+inline constexpr bool can_fork = true;
+inline constexpr bool can_limit_file_size = true;
+#endif
+
+// Ends this process at once as the kill signal would (SIGKILL; on Windows
+// TerminateProcess with 128 + 9).
+void kill_this_process();
 
 // How a child process ended: by exit with `code`, or killed by `signal`.
 struct exit_status {
@@ -124,6 +147,12 @@ bool run_quietly(const std::vector<std::string>& words);
 // gives what the file then holds.
 std::string capture_stderr(const std::string& path, const std::function<void()>& body);
 
+// Runs `body` and gives what it sent to the debug output: what a debugger
+// would see of OutputDebugStringA on Windows (the call's own exception, seen
+// by a handler of this process), standard error through the file `path`
+// elsewhere.
+std::string capture_debug_output(const std::string& path, const std::function<void()>& body);
+
 // One readable and writable page followed by one that can't be read, for as
 // long as the object lives.
 class guarded_page {
@@ -156,6 +185,15 @@ bool limit_file_size(unsigned long long bytes);
 
 // The largest resident size that this process has had so far, in bytes.
 long long peak_resident_bytes();
+
+// The path by which programs of the machine's own system name the file at
+// `path`: under Wine, the Linux path of a Windows one (wine_get_unix_file_name);
+// elsewhere `path` itself. Empty if there is none.
+std::string host_path(const std::string& path);
+
+// How many files, folders and listings this process holds open: its file
+// descriptors on POSIX, its handles on Windows. -1 if the system won't say.
+long open_handle_count();
 
 // The cheapest system call there is here, for the scale of benchmarks.
 long cheapest_system_call();

@@ -23,7 +23,11 @@ const char* shared_block_name() noexcept {
       std::strcpy(name, inherited);
     } else {
       std::snprintf(name, sizeof name, "/tvbase-test-%lu", platform::process_id());
+#if defined(_WIN32)
+      ::_putenv_s(kVariable, name);
+#else
       ::setenv(kVariable, name, 1);
+#endif
     }
   }
   return name;

@@ -12,6 +12,14 @@
 #include <tvbase/platform/readable_memory.h>
 #include <tvbase/trace/thread_state.h>
 
+// An address as the "%p" forms show it: capital hex digits, 8 of them where
+// pointers have 32 bits, 16 where they have 64.
+#if UINTPTR_MAX > 0xFFFFFFFFu
+#define kPointer "%016" PRIXPTR
+#else
+#define kPointer "%08" PRIXPTR
+#endif
+
 namespace {
 
 constexpr std::size_t kWhole = 150;  // a text up to this long is shown whole
@@ -136,11 +144,11 @@ const TvFuncLog& append_variant(const TvFuncLog& log, const win::VARIANT& v) {
       std::size_t length = 0;
       if (v.bstrVal == nullptr) return log.WriteAppend("V_BSTR(null)");
       if (!platform::is_readable_text(v.bstrVal, length)) {
-        return log.WriteAppendFormat("V_BSTR(p%016" PRIXPTR ")", address(v.bstrVal));
+        return log.WriteAppendFormat("V_BSTR(p" kPointer ")", address(v.bstrVal));
       }
       return append_wide(log, "V_BSTR(", v.bstrVal, length, ")");
     }
-    case 9: return log.WriteAppendFormat("VT_DISPATCH(p%016" PRIXPTR ")", address(v.pdispVal));
+    case 9: return log.WriteAppendFormat("VT_DISPATCH(p" kPointer ")", address(v.pdispVal));
     case 10: return log.WriteAppendFormat("VT_ERROR(%d)", static_cast<int>(v.scode));
     case 11: return log.WriteAppendFormat("VT_BOOL(%s)", v.boolVal != 0 ? "true" : "false");
     case 13:
@@ -286,7 +294,7 @@ const TvFuncLog& TvFuncLog::operator<<(const char* text) const noexcept {
   if (state_ == nullptr) return *this;
   std::size_t length = 0;
   if (!readable_text(state_, text, length))
-    return WriteAppendFormat("%016" PRIXPTR "->\"?\"", address(text));
+    return WriteAppendFormat(kPointer "->\"?\"", address(text));
   if (length <= kWhole) return WriteAppendFormat("\"%s\"", text);
   return WriteAppendFormat("\"%-.*s...%s\"", static_cast<int>(kHead), text, text + length - kTail);
 }
@@ -295,7 +303,7 @@ const TvFuncLog& TvFuncLog::operator<<(const wchar_t* text) const noexcept {
   if (state_ == nullptr) return *this;
   std::size_t length = 0;
   if (!readable_text(state_, text, length))
-    return WriteAppendFormat("%016" PRIXPTR "->L\"?\"", address(text));
+    return WriteAppendFormat(kPointer "->L\"?\"", address(text));
   return append_wide(*this, "L", text, length, "");
 }
 
@@ -304,7 +312,7 @@ const TvFuncLog& TvFuncLog::operator<<(wchar_t* const& bstr) const noexcept {
   std::size_t length = 0;
   if (!readable(state_, &bstr, sizeof bstr) ||
       (bstr != nullptr && !platform::is_readable_text(bstr, length))) {
-    return WriteAppendFormat("R%016" PRIXPTR "->BSTR(?)", address(&bstr));
+    return WriteAppendFormat("R" kPointer "->BSTR(?)", address(&bstr));
   }
   if (bstr == nullptr) return WriteAppend("BSTR(null)");
   return append_wide(*this, "BSTR(", bstr, length, ")");
@@ -316,11 +324,10 @@ const TvFuncLog& TvFuncLog::operator<<(wchar_t* const* bstr) const noexcept {
 }
 
 const TvFuncLog& TvFuncLog::operator<<(const win::GUID& g) const noexcept {
-  if (!readable(state_, &g, sizeof g))
-    return WriteAppendFormat("R%016" PRIXPTR "->{?}", address(&g));
-  return WriteAppendFormat("{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", g.Data1, g.Data2,
-                           g.Data3, g.Data4[0], g.Data4[1], g.Data4[2], g.Data4[3], g.Data4[4],
-                           g.Data4[5], g.Data4[6], g.Data4[7]);
+  if (!readable(state_, &g, sizeof g)) return WriteAppendFormat("R" kPointer "->{?}", address(&g));
+  return WriteAppendFormat("{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
+                           static_cast<unsigned>(g.Data1), g.Data2, g.Data3, g.Data4[0], g.Data4[1],
+                           g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
 }
 const TvFuncLog& TvFuncLog::operator<<(const win::GUID* value) const noexcept {
   return append_pointed(*this, value, "{?}");
@@ -328,7 +335,7 @@ const TvFuncLog& TvFuncLog::operator<<(const win::GUID* value) const noexcept {
 
 const TvFuncLog& TvFuncLog::operator<<(const win::CREATESTRUCTA& value) const noexcept {
   if (!readable(state_, &value, sizeof value)) {
-    return WriteAppendFormat("R%016" PRIXPTR "->CREATESTRUCT(?)", address(&value));
+    return WriteAppendFormat("R" kPointer "->CREATESTRUCT(?)", address(&value));
   }
   return WriteAppend("CREATESTRUCT()");
 }
@@ -338,7 +345,7 @@ const TvFuncLog& TvFuncLog::operator<<(const win::CREATESTRUCTA* value) const no
 
 const TvFuncLog& TvFuncLog::operator<<(const win::VARIANT& value) const noexcept {
   if (!readable(state_, &value, sizeof value))
-    return WriteAppendFormat("R%016" PRIXPTR "->VT_?)", address(&value));
+    return WriteAppendFormat("R" kPointer "->VT_?)", address(&value));
   return append_variant(*this, value);
 }
 const TvFuncLog& TvFuncLog::operator<<(const win::VARIANT* value) const noexcept {

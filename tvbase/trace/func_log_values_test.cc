@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tvbase/platform/code_page.h>
 #include <tvbase/platform/file.h>
 #include <tvbase/testing/allocation_counter.h>
 #include <tvbase/trace/log_sink.h>
@@ -66,6 +67,33 @@ class TraceValues : public testing::Test {
   TvLogSink* before_ = nullptr;
 };
 
+// The narrow form of wide text in the system's default code page, as the
+// wide forms show it: UTF-8 where that is the code page (Linux), else code
+// page 1252 (Wine's and western Windows'), with "*" for each unit it lacks.
+std::string narrow(std::wstring_view text) {
+  std::string out;
+  const bool utf8 = platform::default_code_page() == 65001;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char32_t c = static_cast<char32_t>(text[i]);
+    if (utf8 && c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size())
+      c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<char32_t>(text[++i]) - 0xDC00);
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (!utf8) {
+      out += c <= 0xFF && c >= 0xA0 ? static_cast<char>(c) : c == 0x20AC ? '\x80' : '*';
+    } else if (c < 0x800) {
+      out += {static_cast<char>(0xC0 | c >> 6), static_cast<char>(0x80 | (c & 0x3F))};
+    } else if (c < 0x10000) {
+      out += {static_cast<char>(0xE0 | c >> 12), static_cast<char>(0x80 | (c >> 6 & 0x3F)),
+              static_cast<char>(0x80 | (c & 0x3F))};
+    } else {
+      out += {static_cast<char>(0xF0 | c >> 18), static_cast<char>(0x80 | (c >> 12 & 0x3F)),
+              static_cast<char>(0x80 | (c >> 6 & 0x3F)), static_cast<char>(0x80 | (c & 0x3F))};
+    }
+  }
+  return out;
+}
+
 struct row {
   std::string what;
   std::function<void()> body;
@@ -102,7 +130,7 @@ TEST_F(TraceValues, ValueForms) {
       {"double within", [] { traced(-2.5, 9999999999999.99); },
        "double(-2.50), double(9999999999999.99)"},
       {"double beyond", [] { traced(1e14, -1e13); }, "double(1e+14), double(-1e+13)"},
-      {"wide character", [] { traced(L'\u00E9'); }, "L'\xC3\xA9'"},
+      {"wide character", [] { traced(L'\u00E9'); }, "L'" + narrow(L"\u00E9") + "'"},
       {"wide character that can't be shown", [] { traced(static_cast<wchar_t>(0xD800)); }, "L'*'"},
       {"flags", [] { traced(TvFuncLog::Flags(0), TvFuncLog::Flags(5)); }, "bits(0), bits(101)"},
       {"negative flags", [] { traced(TvFuncLog::Flags(static_cast<std::uint32_t>(-1))); },
@@ -175,9 +203,9 @@ TEST_F(TraceValues, TextForms) {
   char* unended = guard.end() - 3;  // no zero before the page that can't be read
   unended[0] = unended[1] = unended[2] = 'z';
   std::string e150;
-  for (int i = 0; i < 150; ++i) e150 += "\xC3\xA9";
+  for (int i = 0; i < 150; ++i) e150 += narrow(L"\u00E9");
   std::string euros;
-  for (int i = 0; i < 50; ++i) euros += "\xE2\x82\xAC";
+  for (int i = 0; i < 50; ++i) euros += narrow(L"\u20AC");
   const std::vector<row> rows = {
       {"text", [] { traced("hello"); }, "\"hello\""},
       {"null text", [] { traced(static_cast<const char*>(nullptr)); }, "0000000000000000->\"?\""},
@@ -186,7 +214,8 @@ TEST_F(TraceValues, TextForms) {
       {"150 characters whole", [] { traced(t150.c_str()); }, "\"" + t150 + "\""},
       {"151 lose the 101st", [] { traced(t151.c_str()); },
        "\"" + std::string(100, 'h') + "..." + std::string(50, 't') + "\""},
-      {"wide text", [] { traced(L"h\u00E9\xD83D\xDE00"); }, "L\"h\xC3\xA9\xF0\x9F\x98\x80\""},
+      {"wide text", [] { traced(L"h\u00E9\xD83D\xDE00"); },
+       "L\"h" + narrow(L"\u00E9\xD83D\xDE00") + "\""},
       {"wide text with a lone surrogate",
        [] {
          traced(
@@ -280,8 +309,8 @@ TEST_F(TraceValues, ParametersAskedAboutTogether) {
        bad_int + ", R" + addr(bad_guid) + "->{?}, " + bad_int},
       {"texts and structures",
        [bad_guid] { traced("abc", L"d\u00E9", id, &id, bad_guid, TvFuncLog::CharPtr("q")); },
-       "\"abc\", L\"d\xC3\xA9\", " + guid_form + ", " + ptr(&id) + guid_form + ", " +
-           ptr(bad_guid) + "{?}, " + ptr("q") + "'q'"},
+       "\"abc\", L\"d" + narrow(L"\u00E9") + "\", " + guid_form + ", " + ptr(&id) + guid_form +
+           ", " + ptr(bad_guid) + "{?}, " + ptr("q") + "'q'"},
       {"text that runs into the guard",
        [unended] { traced(&five, static_cast<const char*>(unended)); },
        good_int + ", " + addr(unended) + "->\"?\""},
@@ -327,17 +356,19 @@ TEST_F(TraceValues, VariantForms) {
       {with(6, [](win::VARIANT& v) { v.cyVal.int64 = 1234567; }), "VT_CY(123.4567)"},
       {with(7, [](win::VARIANT& v) { v.date = 2.0; }), "VT_DATE(01/01/1900 00:00:00)"},
       {with(7, [](win::VARIANT& v) { v.date = -1e7; }), "VT_DATE(?)"},
-      {with(8, [](win::VARIANT& v) { v.bstrVal = text; }), "V_BSTR(\"v\xC3\xA9\")"},
+      {with(8, [](win::VARIANT& v) { v.bstrVal = text; }),
+       "V_BSTR(\"v" + narrow(L"\u00E9") + "\")"},
       {with(8, [](win::VARIANT& v) { v.bstrVal = nullptr; }), "V_BSTR(null)"},
       {with(8, [](win::VARIANT& v) { v.bstrVal = long_bstr; }),
        "V_BSTR(\"" + std::string(100, 'a') + "..." + std::string(10, 'a') + std::string(40, 'b') +
            "\")"},
-      {with(9, [](win::VARIANT& v) { v.pdispVal = reinterpret_cast<void*>(0x1234); }),
-       "VT_DISPATCH(p0000000000001234)"},
+      {with(9,
+            [](win::VARIANT& v) { v.pdispVal = reinterpret_cast<decltype(v.pdispVal)>(0x1234); }),
+       "VT_DISPATCH(p" + std::string(2 * sizeof(void*) - 4, '0') + "1234)"},
       {with(10, [](win::VARIANT& v) { v.scode = -2147467259; }), "VT_ERROR(-2147467259)"},
       {with(11, [](win::VARIANT& v) { v.boolVal = -1; }), "VT_BOOL(true)"},
       {with(11, [](win::VARIANT& v) { v.boolVal = 0; }), "VT_BOOL(false)"},
-      {with(13, [](win::VARIANT& v) { v.punkVal = reinterpret_cast<void*>(4096); }),
+      {with(13, [](win::VARIANT& v) { v.punkVal = reinterpret_cast<decltype(v.punkVal)>(4096); }),
        "VT_UNKNOWN(4096)"},
       {with(16, [](win::VARIANT& v) { v.cVal = static_cast<char>(-3); }), "VT_I1(-3)"},
       {with(17, [](win::VARIANT& v) { v.bVal = 250; }), "VT_UI1(250)"},

@@ -142,7 +142,10 @@ ActivationDecision DecideActivation(TvSharedData& shared, const ActivationEnv& e
   if (env.secureExecution) return d;
   const char* path = env.programPath;
   if (path == nullptr || std::strlen(path) >= kPathLimit) return d;
-  const char* slash = std::strrchr(path, '/');
+  const char* slash = nullptr;
+  for (const char* p = path; *p != 0; ++p) {
+    if (std::strchr(platform::kPathSeparators, *p) != nullptr) slash = p;
+  }
   if (slash == nullptr) return d;
   const char* program = slash + 1;
   if (equals_nocase(program, "LogTune.exe") || equals_nocase(program, "LogTune")) return d;

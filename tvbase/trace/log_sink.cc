@@ -20,21 +20,26 @@ bool trusted(const platform::folder_access& access) {
   return !access.others_may_replace && (access.owner_is_me || access.owner_is_root);
 }
 
-// Opens the folder part of `path`: up to its last '/', or the current folder
-// without one. `name_at` is where the last name starts.
+// Opens the folder part of `path`: up to its last separator, or the current
+// folder without one. `name_at` is where the last name starts. A folder that
+// is a root ("/", "C:\\") keeps its separator.
 int open_folder_of(const char* path, std::uint16_t& name_at) {
-  const char* slash = std::strrchr(path, '/');
+  const char* slash = nullptr;
+  for (const char* c = path; *c != 0; ++c) {
+    if (std::strchr(platform::kPathSeparators, *c) != nullptr) slash = c;
+  }
   if (slash == nullptr) {
     name_at = 0;
     return platform::open_folder(".");
   }
-  const std::size_t length = static_cast<std::size_t>(slash - path);
+  std::size_t length = static_cast<std::size_t>(slash - path);
+  name_at = static_cast<std::uint16_t>(length + 1);
+  if (length == 0 || path[length - 1] == ':') ++length;
   char folder[sizeof TvLogSink::fileName];
   if (length + 1 >= sizeof folder) return -1;
   std::memcpy(folder, path, length);
   folder[length] = 0;
-  name_at = static_cast<std::uint16_t>(length + 1);
-  return platform::open_folder(length == 0 ? "/" : folder);
+  return platform::open_folder(folder);
 }
 
 }  // namespace
@@ -87,7 +92,7 @@ void TvLogSink::TakeDown() noexcept {
 void TvLogSink::Write(const char* line, std::size_t length) const noexcept {
   if (file < 0) return;
   platform::write_line(file, line, length, "\r\n", 2);
-  if (debugEcho) platform::write_stderr(line, length, "\n", 1);
+  if (debugEcho) platform::debug_echo(line, length);
 }
 
 namespace trace {

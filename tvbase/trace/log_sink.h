@@ -39,8 +39,9 @@ struct TvLogSink {
   // made in; a process made by fork() never deletes its parent's file.
   void TakeDown() noexcept;
 
-  // Hands one line to the file with its CR LF in one write, and to standard
-  // error with a LF if debugEcho is set. Nothing without a file.
+  // Hands one line to the file with its CR LF in one write, and to the debug
+  // output with a LF if debugEcho is set (the debugger on Windows, standard
+  // error elsewhere). Nothing without a file.
   void Write(const char* line, std::size_t length) const noexcept;
 };
 

@@ -48,7 +48,7 @@ void traced_calls(long count, bool crash) {
     TvFuncLog step("step");
     step.WriteLineFormat("i=%ld", i);
   }
-  if (crash) std::raise(SIGKILL);
+  if (crash) testing_support::kill_this_process();
 }
 
 void wait_for_file(const char* path) {
@@ -87,6 +87,7 @@ int main(int argc, char** argv) {
   if (mode == "hold-lock" && argc == 2) {
     frame::acquire_lock(*TvGetSharedData());
     std::fputs("held\n", stderr);
+    std::fflush(stderr);  // a pipe may be buffered (Windows)
     for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
   }
   if (mode == "set" && argc == 5) {
