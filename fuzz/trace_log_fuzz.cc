@@ -75,9 +75,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t block = 1 + data[0] % 64;
   // A file of this process's own in the temporary folder, made anew for each
   // input (tmpfile() on Windows wants the root of the drive).
-  static const std::string folder = testing_support::make_temp_dir("tvbase-fuzz-");
-  if (folder.empty()) std::abort();
-  std::FILE* file = std::fopen((folder + "input").c_str(), "w+b");
+  static const testing_support::temp_dir folder("tvbase-fuzz-");  // removed at exit
+  if (folder.path().empty()) std::abort();
+  std::FILE* file = std::fopen((folder.path() + "input").c_str(), "w+b");
   if (file == nullptr) std::abort();
   std::fwrite(data + 1, 1, size - 1, file);
   std::rewind(file);
