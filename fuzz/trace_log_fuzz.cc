@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include <tvbase/json/object.h>
+#include <tvbase/testing/temp_dir.h>
 
 #include "trace_outputs.h"
 #include "trace_reader.h"
@@ -72,8 +73,12 @@ struct checker {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const std::size_t block = 1 + data[0] % 64;
-  std::FILE* file = std::tmpfile();
-  if (file == nullptr) return 0;
+  // A file of this process's own in the temporary folder, made anew for each
+  // input (tmpfile() on Windows wants the root of the drive).
+  static const testing_support::temp_dir folder("tvbase-fuzz-");  // removed at exit
+  if (folder.path().empty()) std::abort();
+  std::FILE* file = std::fopen((folder.path() + "input").c_str(), "w+b");
+  if (file == nullptr) std::abort();
   std::fwrite(data + 1, 1, size - 1, file);
   std::rewind(file);
 

@@ -167,9 +167,14 @@ rm -rf "$scratch"
 # built it (the MinGW-w64 toolchain and wine64 are there).
 windows=${2:-}
 if [[ -n "$windows" && -x /usr/lib/wine/wine64 && -f "$windows/tools/tvbase/tvbase.exe" ]]; then
-  export WINEPREFIX="$PWD/$windows/wine" WINEDEBUG=-all
+  # The programs find tvbase.dll in the build folder through WINEPATH.
+  export WINEPREFIX="$PWD/$windows/wine" WINEDEBUG=-all WINEPATH="Z:$PWD/$windows"
+  if [[ ! -f "$WINEPREFIX/system.reg" ]]; then  # see scripts/wine.sh
+    /usr/lib/wine/wine64 wineboot >/dev/null 2>&1 </dev/null
+    /usr/lib/wine/wineserver -w
+  fi
   /usr/lib/wine/wineserver -p >/dev/null 2>&1 </dev/null &
-  /usr/lib/wine/wine64 wineboot >/dev/null 2>&1 </dev/null  # see scripts/wine.sh
+  /usr/lib/wine/wine64 wineboot >/dev/null 2>&1 </dev/null
   wine() { /usr/lib/wine/wine64 "$@"; }
   win_tvbase() { wine "$windows/tools/tvbase/tvbase.exe" "$@"; }
   win_logtune() { wine "$windows/tools/logtune/logtune.exe" "$@"; }

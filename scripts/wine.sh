@@ -15,6 +15,14 @@ build=$(cd "$1" && pwd)
 shift
 export WINEPREFIX="$build/wine" WINEDEBUG=-all
 mkdir -p "$WINEPREFIX"
+# A new prefix is made by a server of its own, waited for to the end: were
+# the persistent server started beside the first wineboot, two servers could
+# hold the new registry, and the one that saves last could leave the user's
+# environment without TEMP and TMP.
+if [[ ! -f "$WINEPREFIX/system.reg" ]]; then
+  /usr/lib/wine/wine64 wineboot >/dev/null 2>&1 </dev/null
+  /usr/lib/wine/wineserver -w
+fi
 /usr/lib/wine/wineserver -p >/dev/null 2>&1 </dev/null &
 /usr/lib/wine/wine64 wineboot >/dev/null 2>&1 </dev/null
 "$@"

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -223,12 +224,18 @@ TEST(EmbeddedLine, FindsAnotherThreadsLineInside) {
 
 // A file holding `bytes`, read back from its start; closed at the end of the
 // scope.
+// A file holding `bytes`, open for reading from its start. (Not tmpfile():
+// the C run-time of Windows makes it in the root of the drive, which only
+// an administrator may write.)
 struct temp_file {
-  explicit temp_file(const std::string& bytes) : file(std::tmpfile()) {
+  explicit temp_file(const std::string& bytes)
+      : file(std::fopen((dir.path() + "lines").c_str(), "w+b")) {
+    if (file == nullptr) throw std::runtime_error("no file in " + dir.path());
     std::fwrite(bytes.data(), 1, bytes.size(), file);
     std::rewind(file);
   }
   ~temp_file() { std::fclose(file); }
+  trace_test::temp_dir dir;
   std::FILE* file;
 };
 

@@ -37,11 +37,19 @@ bool write_all(HANDLE file, const char* data, std::size_t size) {
   return true;
 }
 
+// Windows appends each WriteFile to a FILE_APPEND_DATA handle whole, but
+// Wine finds the end and writes there in two steps, so two threads of one
+// process can write a line over another's. One lock per process keeps the
+// lines whole there too; the threads of a process wait for the disk one
+// after the other either way.
+SRWLOCK g_append_lock = SRWLOCK_INIT;
+
 // `text` and `tail` in one WriteFile where they fit together on the stack
 // (a trace line always does), else in two.
 void write_two(HANDLE file, const char* text, std::size_t length, const char* tail,
                std::size_t tail_length) {
   char joined[8200];
+  ::AcquireSRWLockExclusive(&g_append_lock);
   if (length + tail_length <= sizeof joined) {
     std::memcpy(joined, text, length);
     std::memcpy(joined + length, tail, tail_length);
@@ -49,6 +57,7 @@ void write_two(HANDLE file, const char* text, std::size_t length, const char* ta
   } else if (write_all(file, text, length)) {
     write_all(file, tail, tail_length);
   }
+  ::ReleaseSRWLockExclusive(&g_append_lock);
 }
 
 // Opened for reading without waiting on anything: a named pipe is

@@ -52,6 +52,25 @@ class temp_tree {
       if (it->is_directory() && !it->is_symlink())
         fs::permissions(it->path(), fs::perms::owner_all, ec);
     }
+#if defined(_WIN32)
+    // The run-time of Windows can't remove past MAX_PATH (the deep tree), so
+    // folders below the first level move up to it first, with short paths.
+    ec.clear();
+    for (int moved = 1, next = 0; moved > 0 && !ec;) {
+      moved = 0;
+      std::vector<fs::path> deeper;
+      for (const fs::directory_entry& child : fs::directory_iterator(root_, ec)) {
+        if (!child.is_directory()) continue;
+        for (const fs::directory_entry& grandchild : fs::directory_iterator(child.path(), ec))
+          if (grandchild.is_directory()) deeper.push_back(grandchild.path());
+      }
+      for (const fs::path& folder : deeper) {
+        fs::rename(folder, root_ / ("up" + std::to_string(next++)), ec);
+        moved += !ec;
+      }
+    }
+    ec.clear();
+#endif
     fs::remove_all(root_, ec);
   }
   temp_tree(const temp_tree&) = delete;
