@@ -464,7 +464,7 @@ TEST_F(ProcessTest, AnotherUserCannotSpoilTheBlockOfARunningProgram) {
 
 // Another user guesses the names that a program is about to log to (its
 // name, its process number, and its start time to the millisecond: here
-// every millisecond of ten seconds) and plants them in a folder that all may
+// every millisecond of twenty seconds) and plants them in a folder that all may
 // write, as /tmp: links to a file of theirs that they may read, or pipes.
 // The program, once started, logs into a file of its own all the same, at
 // one of those names; the planted file gets no line, and no pipe stops it.
@@ -473,7 +473,7 @@ TEST_F(ProcessTest, NamesPlantedForAProgramNeverGetItsTrace) {
   GTEST_SKIP() << "names planted by a second uid as root (files, FIFOs, links); POSIX only";
 #else
   if (testing_support::effective_uid() != 0) GTEST_SKIP() << "needs root, to act as a second user";
-  constexpr int kWindowMs = 10000;
+  constexpr int kWindowMs = 20000;
   const std::string folder = dir_.path() + "tmp/";
   ASSERT_TRUE(std::filesystem::create_directory(folder));
   ASSERT_TRUE(testing_support::set_mode(folder, 01777));
@@ -484,32 +484,49 @@ TEST_F(ProcessTest, NamesPlantedForAProgramNeverGetItsTrace) {
   for (const bool pipes : {false, true}) {
     SCOPED_TRACE(pipes ? "pipes" : "links to a file of theirs");
     const std::string go = dir_.path() + "go", out = dir_.path() + "out";
-    std::filesystem::remove(go);
-    testing_support::forked_child victim([&] {
-      if (!appears(go)) return 9;
-      return testing_support::exec_program({app_, "run", "1"}, out);
-    });
-    ASSERT_TRUE(victim.started());
-    const std::vector<std::string> names =
-        log_names(folder, victim.pid(), std::chrono::system_clock::now(), kWindowMs);
-    const std::string bait = folder + "bait";
-    const auto planted = testing_support::as_other_user([&] {
-      trace_test::write_file(bait, "");
-      if (!testing_support::set_mode(bait, 0666)) return std::string("no bait");
-      for (const std::string& name : names) {
-        std::error_code failed;
-        if (pipes) {
-          if (!testing_support::make_fifo(name)) return "no pipe at " + name;
-        } else if (std::filesystem::create_hard_link(bait, name, failed); failed) {
-          return "no link at " + name;
+    // Planting takes a while on a loaded machine; a program that starts
+    // after the window has passed proves nothing, and the round is tried
+    // again with a window from then on.
+    std::vector<std::string> names;
+    testing_support::exit_status status;
+    bool in_window = false;
+    for (int round = 0; round < 3 && !in_window; ++round) {
+      std::filesystem::remove(go);
+      testing_support::forked_child victim([&] {
+        if (!appears(go)) return 9;
+        return testing_support::exec_program({app_, "run", "1"}, out);
+      });
+      ASSERT_TRUE(victim.started());
+      const auto start = std::chrono::system_clock::now();
+      names = log_names(folder, victim.pid(), start, kWindowMs);
+      const std::string bait = folder + "bait";
+      const auto planted = testing_support::as_other_user([&] {
+        trace_test::write_file(bait, "");
+        if (!testing_support::set_mode(bait, 0666)) return std::string("no bait");
+        for (const std::string& name : names) {
+          std::error_code failed;
+          if (pipes) {
+            if (!testing_support::make_fifo(name)) return "no pipe at " + name;
+          } else if (std::filesystem::create_hard_link(bait, name, failed); failed) {
+            return "no link at " + name;
+          }
         }
+        return std::string("planted");
+      });
+      ASSERT_TRUE(planted);
+      ASSERT_EQ(*planted, "planted");
+      trace_test::write_file(go, "");
+      status = victim.wait(kHang);
+      // A program killed for hanging (on a pipe) fails below, however late.
+      in_window = !status.exited ||
+                  std::chrono::system_clock::now() - start < std::chrono::milliseconds(kWindowMs);
+      if (!in_window) {
+        std::filesystem::remove_all(folder);
+        ASSERT_TRUE(std::filesystem::create_directory(folder));
+        ASSERT_TRUE(testing_support::set_mode(folder, 01777));
       }
-      return std::string("planted");
-    });
-    ASSERT_TRUE(planted);
-    ASSERT_EQ(*planted, "planted");
-    trace_test::write_file(go, "");
-    const testing_support::exit_status status = victim.wait(kHang);
+    }
+    if (!in_window) GTEST_SKIP() << "planting outran its window three times (a loaded machine)";
     EXPECT_TRUE(status.exited) << "killed: the load waited on a pipe";
     EXPECT_EQ(status.code, 0);
     std::string log = trace_test::read_file(out);
@@ -522,7 +539,7 @@ TEST_F(ProcessTest, NamesPlantedForAProgramNeverGetItsTrace) {
     EXPECT_EQ(own.mode, 0600u);
     EXPECT_EQ(whole_lines(trace_test::read_file(log)),
               (std::vector<std::string>{"main(", "step(", "i=0", "return", "return"}));
-    EXPECT_EQ(trace_test::read_file(bait), "") << "the planter could read the trace";
+    EXPECT_EQ(trace_test::read_file(folder + "bait"), "") << "the planter could read the trace";
     std::filesystem::remove_all(folder);
     ASSERT_TRUE(std::filesystem::create_directory(folder));
     ASSERT_TRUE(testing_support::set_mode(folder, 01777));
