@@ -59,6 +59,18 @@ HANDLE open_for_reading(const char* path) {
                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
+// Why `path` could not be opened for reading: a folder (which CreateFileA
+// opens only for backup) and a named pipe whose instances are all taken are
+// no disk files; anything else is the open's own failure.
+bool refused_as_no_file(const char* path) {
+  const DWORD error = ::GetLastError();
+  const DWORD attributes = ::GetFileAttributesA(path);
+  ::SetLastError(error);
+  return error == ERROR_PIPE_BUSY ||
+         (error == ERROR_ACCESS_DENIED && attributes != INVALID_FILE_ATTRIBUTES &&
+          (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
+}
+
 // A file on a disk, neither a folder nor a reparse point: no pipe, console,
 // device or link.
 bool is_disk_file(HANDLE file) {
@@ -276,7 +288,7 @@ bool file_facts_of(int file, file_facts& out) noexcept {
 
 long read_file_start(const char* path, void* out, std::size_t size) noexcept {
   const HANDLE file = open_for_reading(path);
-  if (file == INVALID_HANDLE_VALUE) return -1;
+  if (file == INVALID_HANDLE_VALUE) return refused_as_no_file(path) ? kNotRegularFile : -1;
   if (!is_disk_file(file)) {
     ::CloseHandle(file);
     return kNotRegularFile;
@@ -297,6 +309,7 @@ read_outcome read_regular_file(const char* path, std::size_t limit, std::vector<
   }
   const HANDLE file = open_for_reading(path);
   if (file == INVALID_HANDLE_VALUE) {
+    if (refused_as_no_file(path)) return read_outcome::not_regular;
     error = ::GetLastError();
     return read_outcome::cannot_open;
   }
@@ -332,6 +345,7 @@ read_outcome open_regular_file(const char* path, std::FILE*& out, std::uint32_t&
   }
   const HANDLE file = open_for_reading(path);
   if (file == INVALID_HANDLE_VALUE) {
+    if (refused_as_no_file(path)) return read_outcome::not_regular;
     error = ::GetLastError();
     return read_outcome::cannot_open;
   }
