@@ -271,7 +271,7 @@ int create_own_file_in(int folder, const char* name) noexcept {
   // FILE_CREATE fails if anything stands at the name. Appending only,
   // others allowed to read, inherited by no child process.
   const HANDLE file =
-      open_in_folder(folder, name, FILE_APPEND_DATA | READ_CONTROL, FILE_SHARE_READ, FILE_CREATE,
+      open_in_folder(folder, name, FILE_APPEND_DATA, FILE_SHARE_READ, FILE_CREATE,
                      FILE_NON_DIRECTORY_FILE, security.attributes()->lpSecurityDescriptor);
   return file == nullptr ? -1 : to_descriptor(file);
 }
@@ -282,7 +282,15 @@ bool file_facts_of(int file, file_facts& out) noexcept {
   unsigned char me[SECURITY_MAX_SID_SIZE];
   if (!token_user(me)) return false;
   out.regular = is_disk_file(handle);
-  out.owner_is_me = win::owned_by(handle, SE_FILE_OBJECT, me);
+  // The owner is read through a second handle to the same open file: the
+  // log's own handle asks for appending alone, which is what keeps each
+  // line's write whole at the end where threads write at once (Wine appends
+  // atomically only then).
+  const HANDLE asking =
+      ::ReOpenFile(handle, READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 0);
+  if (asking == INVALID_HANDLE_VALUE) return false;
+  out.owner_is_me = win::owned_by(asking, SE_FILE_OBJECT, me);
+  ::CloseHandle(asking);
   return true;
 }
 
