@@ -18,8 +18,8 @@ done
 [[ -e "$files_dir/timeline.json" ]] &&
   { echo "FAIL: a refused log left a timeline"; failures=$((failures + 1)); }
 [[ -e "$files_dir/body" ]] && { echo "FAIL: a refused input left a body"; failures=$((failures + 1)); }
-[[ $(printf 'a { b: c; }' | "$tool" css - 2>/dev/null) == "a { b: c; }" ]] ||
+[[ $(printf 'a { b: c; }' | ${runner:+"$runner"} "$tool" css - 2>/dev/null) == "a { b: c; }" ]] ||
   { echo "FAIL: css - did not read a pipe on standard input"; failures=$((failures + 1)); }
-[[ $(printf '[1]' | "$tool" json - 2>/dev/null) == *1* ]] ||
+[[ $(printf '[1]' | ${runner:+"$runner"} "$tool" json - 2>/dev/null) == *1* ]] ||
   { echo "FAIL: json - did not read a pipe on standard input"; failures=$((failures + 1)); }
 rm -rf "$files_dir"

@@ -68,6 +68,18 @@ HANDLE open_for_reading(const char* path) {
                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
+// Why `path` could not be opened for reading: a folder (which CreateFileA
+// opens only for backup) and a named pipe whose instances are all taken are
+// no disk files; anything else is the open's own failure.
+bool refused_as_no_file(const char* path) {
+  const DWORD error = ::GetLastError();
+  const DWORD attributes = ::GetFileAttributesA(path);
+  ::SetLastError(error);
+  return error == ERROR_PIPE_BUSY ||
+         (error == ERROR_ACCESS_DENIED && attributes != INVALID_FILE_ATTRIBUTES &&
+          (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
+}
+
 // A file on a disk, neither a folder nor a reparse point: no pipe, console,
 // device or link.
 bool is_disk_file(HANDLE file) {
@@ -268,7 +280,7 @@ int create_own_file_in(int folder, const char* name) noexcept {
   // FILE_CREATE fails if anything stands at the name. Appending only,
   // others allowed to read, inherited by no child process.
   const HANDLE file =
-      open_in_folder(folder, name, FILE_APPEND_DATA | READ_CONTROL, FILE_SHARE_READ, FILE_CREATE,
+      open_in_folder(folder, name, FILE_APPEND_DATA, FILE_SHARE_READ, FILE_CREATE,
                      FILE_NON_DIRECTORY_FILE, security.attributes()->lpSecurityDescriptor);
   return file == nullptr ? -1 : to_descriptor(file);
 }
@@ -279,13 +291,21 @@ bool file_facts_of(int file, file_facts& out) noexcept {
   unsigned char me[SECURITY_MAX_SID_SIZE];
   if (!token_user(me)) return false;
   out.regular = is_disk_file(handle);
-  out.owner_is_me = win::owned_by(handle, SE_FILE_OBJECT, me);
+  // The owner is read through a second handle to the same open file: the
+  // log's own handle asks for appending alone, which is what keeps each
+  // line's write whole at the end where threads write at once (Wine appends
+  // atomically only then).
+  const HANDLE asking =
+      ::ReOpenFile(handle, READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 0);
+  if (asking == INVALID_HANDLE_VALUE) return false;
+  out.owner_is_me = win::owned_by(asking, SE_FILE_OBJECT, me);
+  ::CloseHandle(asking);
   return true;
 }
 
 long read_file_start(const char* path, void* out, std::size_t size) noexcept {
   const HANDLE file = open_for_reading(path);
-  if (file == INVALID_HANDLE_VALUE) return -1;
+  if (file == INVALID_HANDLE_VALUE) return refused_as_no_file(path) ? kNotRegularFile : -1;
   if (!is_disk_file(file)) {
     ::CloseHandle(file);
     return kNotRegularFile;
@@ -306,6 +326,7 @@ read_outcome read_regular_file(const char* path, std::size_t limit, std::vector<
   }
   const HANDLE file = open_for_reading(path);
   if (file == INVALID_HANDLE_VALUE) {
+    if (refused_as_no_file(path)) return read_outcome::not_regular;
     error = ::GetLastError();
     return read_outcome::cannot_open;
   }
@@ -341,6 +362,7 @@ read_outcome open_regular_file(const char* path, std::FILE*& out, std::uint32_t&
   }
   const HANDLE file = open_for_reading(path);
   if (file == INVALID_HANDLE_VALUE) {
+    if (refused_as_no_file(path)) return read_outcome::not_regular;
     error = ::GetLastError();
     return read_outcome::cannot_open;
   }

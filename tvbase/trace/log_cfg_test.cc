@@ -206,7 +206,9 @@ TEST(SaveLogCfg, ReplacesALinkAtThePathNeverItsTarget) {
     const std::string target = dir.path() + "target";
     const std::string path = dir.path() + "TvLog.cfg";
     if (row.target_exists) trace_test::write_file(target, "precious");
-    std::filesystem::create_symlink(target, path);
+    std::error_code made;
+    std::filesystem::create_symlink(target, path, made);
+    if (made) GTEST_SKIP() << "this system makes no symbolic link: " << made.message();
     unsigned long error = 99;
     EXPECT_TRUE(TvFuncLog::SaveLogCfg(path.c_str(), "/l/", false, false, "*", "*", "", true, false,
                                       &error));
