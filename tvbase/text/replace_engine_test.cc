@@ -229,10 +229,12 @@ TEST(ReplaceEngine, MatchesAnOrderedModelOnLongBatchesInAnyOrder) {
       {"in text order", [](std::size_t k, std::mt19937&) { return k * 3; }},
       {"backwards", [](std::size_t k, std::mt19937&) { return kSize - 1 - k * 3; }},
       {"scattered by a stride", [](std::size_t k, std::mt19937&) { return (k * 7919) % kSize; }},
-      {"uniformly random", [](std::size_t, std::mt19937& r) { return r() % (kSize + 1); }},
+      {"uniformly random",
+       [](std::size_t, std::mt19937& r) -> std::size_t { return r() % (kSize + 1); }},
       {"to and fro in a window",
        [](std::size_t k, std::mt19937& r) { return (k / 64) * 3 + r() % 400; }},
-      {"crowding one place", [](std::size_t, std::mt19937& r) { return 100000 + r() % 8; }},
+      {"crowding one place",
+       [](std::size_t, std::mt19937& r) -> std::size_t { return 100000 + r() % 8; }},
   };
   for (const row& r : rows) {
     SCOPED_TRACE(r.name);
