@@ -33,9 +33,13 @@ inline std::vector<std::wstring> keys_colliding_in_the_standard_hash(std::size_t
     const std::uint64_t second =
         unshift(((start ^ step) * kMul ^ 0x0123456789ABCDEFull) * inverse) * inverse;
     std::memcpy(units + 2, &second, 8);
-    if (!raw(units[2]) || !raw(units[3])) continue;
     std::wstring key(4, L'\0');
     for (int k = 0; k < 4; ++k) key[static_cast<std::size_t>(k)] = static_cast<wchar_t>(units[k]);
+    // Where wchar_t has 16 bits the units are cut to them (and the keys
+    // collide in nothing): what is left must still be taken raw.
+    bool takes = true;
+    for (const wchar_t unit : key) takes = takes && raw(static_cast<std::uint32_t>(unit));
+    if (!takes) continue;
     keys.push_back(std::move(key));
   }
   return keys;
