@@ -93,6 +93,35 @@ int create_passing_file(int folder, char (&name)[64]) {
   return -1;
 }
 
+// Opens the file at `path` for reading, if it is a regular file: gives the
+// descriptor (and its size, when asked), or -1 with `outcome` saying why
+// (cannot_open with `error` and errno set, or not_regular). O_NONBLOCK:
+// opening a FIFO for reading would otherwise wait for a writer; on a regular
+// file the flag changes nothing.
+int open_regular(const char* path, read_outcome& outcome, std::uint32_t& error,
+                 std::uint64_t* size = nullptr) {
+  outcome = read_outcome::cannot_open;
+  if (path == nullptr) {
+    error = EINVAL;
+    errno = EINVAL;
+    return -1;
+  }
+  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
+  if (fd < 0) {
+    error = static_cast<std::uint32_t>(errno);
+    return -1;
+  }
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    outcome = read_outcome::not_regular;
+    return -1;
+  }
+  if (size != nullptr) *size = static_cast<std::uint64_t>(st.st_size);
+  outcome = read_outcome::done;
+  return fd;
+}
+
 }  // namespace
 
 int create_log_file(const char* path) noexcept {
@@ -148,22 +177,18 @@ bool file_facts_of(int file, file_facts& out) noexcept {
 }
 
 long read_file_start(const char* path, void* out, std::size_t size) noexcept {
-  // Without O_NONBLOCK, opening a pipe waits for a writer.
-  const int fd = open_retry(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC, 0);
-  if (fd < 0) return -1;
-  struct stat info {};
-  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-    const int error = errno;
-    ::close(fd);
-    errno = error;
-    return kNotRegularFile;
-  }
+  read_outcome opened;
+  std::uint32_t error = 0;
+  const int fd = open_regular(path, opened, error);
+  if (fd < 0) return opened == read_outcome::not_regular ? kNotRegularFile : -1;
   std::size_t done = 0;
   while (done < size) {
     const ssize_t n = ::read(fd, static_cast<char*>(out) + done, size - done);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) {
+      const int failed = errno;
       ::close(fd);
+      errno = failed;
       return -1;
     }
     if (n == 0) break;
@@ -175,26 +200,15 @@ long read_file_start(const char* path, void* out, std::size_t size) noexcept {
 
 read_outcome read_regular_file(const char* path, std::size_t limit, std::vector<std::uint8_t>& out,
                                std::uint32_t& error) {
-  if (path == nullptr) {
-    error = EINVAL;
-    return read_outcome::cannot_open;
-  }
-  // O_NONBLOCK: opening a FIFO for reading would otherwise wait for a
-  // writer. On a regular file the flag changes nothing.
-  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
-  if (fd < 0) {
-    error = static_cast<std::uint32_t>(errno);
-    return read_outcome::cannot_open;
-  }
-  struct stat st;
-  read_outcome outcome = read_outcome::done;
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    outcome = read_outcome::not_regular;
-  } else if (static_cast<std::uint64_t>(st.st_size) > limit) {
+  read_outcome outcome;
+  std::uint64_t size = 0;
+  const int fd = open_regular(path, outcome, error, &size);
+  if (fd < 0) return outcome;
+  if (size > limit) {
     outcome = read_outcome::too_large;
   } else {
     try {
-      out.resize(static_cast<std::size_t>(st.st_size));
+      out.resize(static_cast<std::size_t>(size));
     } catch (...) {
       ::close(fd);
       throw;
@@ -218,20 +232,9 @@ read_outcome read_regular_file(const char* path, std::size_t limit, std::vector<
 
 read_outcome open_regular_file(const char* path, std::FILE*& out, std::uint32_t& error) noexcept {
   out = nullptr;
-  if (path == nullptr) {
-    error = EINVAL;
-    return read_outcome::cannot_open;
-  }
-  const int fd = open_retry(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
-  if (fd < 0) {
-    error = static_cast<std::uint32_t>(errno);
-    return read_outcome::cannot_open;
-  }
-  struct stat st;
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    ::close(fd);
-    return read_outcome::not_regular;
-  }
+  read_outcome outcome;
+  const int fd = open_regular(path, outcome, error);
+  if (fd < 0) return outcome;
   // Reads of a regular file never wait anyway; the stream gets the plain
   // descriptor all the same.
   const int flags = ::fcntl(fd, F_GETFL);
